@@ -1,0 +1,52 @@
+// Orientation sampling, rotation convention and per-orientation order
+// elements.
+#pragma once
+
+#include <array>
+#include <cstdio>
+#include <vector>
+
+#include "driver/settings.hpp"
+
+namespace vorn {
+
+inline constexpr int kOrientationLimit = 279999;  // index at which sampling fails
+
+// Euler angles (theta, phi, psi) in degrees in elements 1..3.
+using EulerAngle = std::array<double, 4>;
+
+// The orientation table and the five per-orientation element lists, all
+// used from index 1 (index 0 unused), one entry per sampled orientation.
+struct OrientationTables {
+  std::vector<EulerAngle> eulerangle;
+  std::vector<double> szz_orient, sxx_yy_orient, sxy_orient, sxz_orient, syz_orient;
+};
+
+int grid_orientation_sampling(const Settings& settings, int digit_theta, int digit_phi,
+                              int digit_psi, std::vector<EulerAngle>& angle, FILE* out);
+
+void calculate_scaling(const Settings& settings, int no_angles, double final_distance,
+                       double final_distance_ph, double max_obstruction, int& no_pt,
+                       int& no_pt_ph);
+
+// Angles in radians; vectors use elements 1..3.
+void rotate_vector(double theta, double phi, double psi, const double input_vector[4],
+                   double rotated_vector[4]);
+void rotate_coorsystem(double theta, double phi, double psi, double x_axis_tensor[4],
+                       double y_axis_tensor[4], double z_axis_tensor[4]);
+
+double Szz(const double tensor_zaxis[4]);
+double Sxx(const double tensor_xaxis[4]);
+double Syy(const double tensor_yaxis[4]);
+double Sxy(const double tensor_xaxis[4], const double tensor_yaxis[4]);
+double Sxz(const double tensor_xaxis[4], const double tensor_zaxis[4]);
+double Syz(const double tensor_yaxis[4], const double tensor_zaxis[4]);
+
+// Fills the five lists of the tables for orientations 1..no_pt (resizing
+// them); the failed trace test throws with its lines on standard output.
+void setup_lists(const Settings& settings, int no_pt, OrientationTables& tables, FILE* out);
+
+void check_Saupe_uniformity(const Settings& settings, int no_pt, const OrientationTables& tables,
+                            double saupe[5], FILE* out);
+
+}  // namespace vorn
