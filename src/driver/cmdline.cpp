@@ -21,7 +21,8 @@ int read_flags(int inputc, const char* const* input, int& flag_ok, int flags[kOp
     int entry = 0;
     const char* mode = "r";
     // The -A message carries a stray "n"; it is kept for compatibility.
-    const char* open_error = "\n\nrun-time error:   unable to open file '%s'\nexiting to system...\n";
+    const char* open_error =
+        "\n\nrun-time error:   unable to open file '%s'\nexiting to system...\n";
     switch (arg[1]) {
       case 'A':
         entry = 1;

@@ -142,8 +142,7 @@ void refine_bicelle(Settings& s) {
   (void)concentration_DMPC;
   (void)concentration_DHPC;
   const double molar_ratio_eff = mol_DMPC / (mol_DHPC - mol_DHPC_free / 1000);
-  const double wv_bic =
-      (mol_DMPC * mw_DMPC + (mol_DHPC - mol_DHPC_free / 1000) * mw_DHPC) / 1000;
+  const double wv_bic = (mol_DMPC * mw_DMPC + (mol_DHPC - mol_DHPC_free / 1000) * mw_DHPC) / 1000;
   s.radius_bic =
       (std::sqrt(8.0 / molar_ratio_eff + pi2) + pi) * (s.max_obs_dim * 0.5 * molar_ratio_eff);
   const double volume_bic = (2 * pi * s.radius_bic * s.radius_bic * s.max_obs_dim +

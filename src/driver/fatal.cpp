@@ -32,7 +32,8 @@ void nerror(const std::string& error_text) {
 }
 
 void nerror_datei(const std::string& error_txt) {
-  fatal("run-time errror...\n'" + error_txt + "' - There is no such file!\n...now exiting to system...\n");
+  fatal("run-time errror...\n'" + error_txt +
+        "' - There is no such file!\n...now exiting to system...\n");
 }
 
 void nrerror(const std::string& error_text) {

@@ -62,8 +62,7 @@ int run(int argc, const char* const* argv, Io& io) {
   int option_ok = 0;
   int option_flags[kOptionSlots] = {};
   OptionFiles option_file;
-  const int no_options =
-      read_flags(argc, argv, option_ok, option_flags, option_file.files.data());
+  const int no_options = read_flags(argc, argv, option_ok, option_flags, option_file.files.data());
   Aufruf_Check(2, argc - no_options, usage_error, io.out);
 
   read_auto(settings, option_flags, option_file.files.data(), io);
@@ -74,8 +73,7 @@ int run(int argc, const char* const* argv, Io& io) {
 
   CouplingArrays couplings;
   int dab_sign = 1;
-  const int no_of_dcs =
-      reading_DCfile(option_flags, option_file.files.data(), couplings, dab_sign);
+  const int no_of_dcs = reading_DCfile(option_flags, option_file.files.data(), couplings, dab_sign);
   reading_vectors(no_of_dcs, couplings, tot_no_of_atoms, atoms);
 
   const int no_of_atoms = select_atoms(tot_no_of_atoms, atoms, settings, io);
@@ -92,12 +90,11 @@ int run(int argc, const char* const* argv, Io& io) {
   int no_of_grid_ph_pts = 0;
   double max_abstand = 0.0;
   double max_abstand_ph = 0.0;
-  const int no_of_grid_points =
-      setup_model(settings, settings.concentration, settings.ellipticity,
-                  min_radius + settings.atom_radius, max_radius + settings.atom_radius,
-                  settings.max_obs_dim, settings.liquid_type, settings.grid_type,
-                  settings.grid_spacing, model_grid, no_of_grid_ph_pts, model_grid_ph,
-                  max_abstand, max_abstand_ph, io.out);
+  const int no_of_grid_points = setup_model(
+      settings, settings.concentration, settings.ellipticity, min_radius + settings.atom_radius,
+      max_radius + settings.atom_radius, settings.max_obs_dim, settings.liquid_type,
+      settings.grid_type, settings.grid_spacing, model_grid, no_of_grid_ph_pts, model_grid_ph,
+      max_abstand, max_abstand_ph, io.out);
 
   OrientationTables tables;
   const int no_of_angle_pts = grid_orientation_sampling(

@@ -6,19 +6,19 @@
 namespace vorn {
 
 // Fixed capacities of the design; each keeps its observable limit.
-inline constexpr int kAtomSlots = 5000;         // atom and coupling arrays, used from index 1
-inline constexpr int kGridSlots = 1000;         // position grid points, used from index 0
+inline constexpr int kAtomSlots = 5000;           // atom and coupling arrays, used from index 1
+inline constexpr int kGridSlots = 1000;           // position grid points, used from index 0
 inline constexpr int kOrientationSlots = 280000;  // orientation table, used from index 1
-inline constexpr int kSelectSlots = 499;        // selection list entries, used from index 1
+inline constexpr int kSelectSlots = 499;          // selection list entries, used from index 1
 
 struct Settings {
-  int liquid_type = 1;            // 1 bicelle, 2 phage
-  double bic_phage = 0.0;         // 1.0: wall corrected by a cylinder term
+  int liquid_type = 1;     // 1 bicelle, 2 phage
+  double bic_phage = 0.0;  // 1.0: wall corrected by a cylinder term
   int grid_type = 2;
-  double concentration = 0.05;    // g/ml
+  double concentration = 0.05;  // g/ml
   double ellipticity = 1.0;
-  double max_obs_dim = 20.0;      // obstacle dimension, Angstrom
-  double grid_spacing = 0.5;      // Angstrom
+  double max_obs_dim = 20.0;  // obstacle dimension, Angstrom
+  double grid_spacing = 0.5;  // Angstrom
   double medium_dist_max = 8000.0;
   double molar_ratio = 3.0;
   double order_parameter = 0.8;
@@ -26,16 +26,16 @@ struct Settings {
   int refine_ok = 1;
   int scale_down_ok = 1;
   int mode = 0;
-  int H_flag = 0;                 // 0: protons are removed
+  int H_flag = 0;  // 0: protons are removed
   double rotate_ok = 0.0;
-  double atom_radius = 3.0;       // Angstrom
+  double atom_radius = 3.0;  // Angstrom
   double radius_bic = 200.0;
   double order_rel = 0.25;
   int pr_eigen = 0;
   int dig_theta = 9;
   int dig_phi = 18;
   int dig_psi = 18;
-  double nherror = 1.5;           // Hz
+  double nherror = 1.5;  // Hz
   int debug = 0;
   double step_out_length = 0.0;
 };

@@ -33,8 +33,8 @@ class Capture {
 class Input {
  public:
   explicit Input(std::string text) : text_(std::move(text)) {
-    file_ = text_.empty() ? std::fopen("/dev/null", "r")
-                          : fmemopen(text_.data(), text_.size(), "r");
+    file_ =
+        text_.empty() ? std::fopen("/dev/null", "r") : fmemopen(text_.data(), text_.size(), "r");
   }
   Input(const Input&) = delete;
   Input& operator=(const Input&) = delete;
