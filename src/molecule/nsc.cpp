@@ -1,0 +1,703 @@
+// Numerical solvent-accessible surface: dot sets on the unit sphere built by
+// subdividing an icosahedron, and the double cubic lattice method (one
+// lattice sorts the atoms into cells so that only nearby spheres are
+// compared, a second one sorts the unit dots so that only the dots near a
+// neighbour are tested).
+#include "molecule/nsc.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <utility>
+
+namespace vorn {
+
+namespace {
+
+// Line numbers that the error and warning blocks report; they identify the
+// place of each message and stay fixed.
+constexpr int kLineSafeAsin = 141;
+constexpr int kLineCalloc = 151;
+constexpr int kLineRealloc = 161;
+constexpr int kLineDivarcAxis = 192;
+constexpr int kLineDivarcVec1 = 196;
+constexpr int kLineDivarcVec2 = 200;
+constexpr int kLineArcFormula = 263;
+constexpr int kLineArcTn = 290;
+constexpr int kLineArcDiffer = 312;
+constexpr int kLineDodFormula = 341;
+constexpr int kLineDodTn = 402;
+constexpr int kLineDodDiffer = 447;
+constexpr int kLineMakeUnsp = 488;
+constexpr int kLineNoAtoms = 603;
+constexpr int kLineAllocArea = 612;
+constexpr int kLineAllocDots = 615;
+constexpr int kLineAllocCells = 641;
+constexpr int kLineAllocNeighb = 660;
+constexpr int kLineAllocBuried = 662;
+constexpr int kLineReallocDots = 721;
+
+constexpr double kFourPi = 12.566370614359172;
+constexpr double kHalfPi = 1.5707963267948966;
+constexpr double kAsinTol = 0.001;
+// Squared lengths and axis lengths below this count as zero in divarc.
+constexpr double kDivarcTol = 1e-9;
+// Largest tessellation level: keeps the dot count of an absurd density at a
+// few hundred thousand instead of exhausting memory (the count check reports
+// that the density was not reached).
+constexpr int kMaxTessLevel = 100;
+// Upper bound of dot-lattice cells per axis accepted from a caller.
+constexpr int kMaxCubus = 100;
+
+// The cached dot set: the only state kept between calls.
+NscDotCache& cache() {
+  static NscDotCache g;
+  return g;
+}
+
+struct FreeDeleter {
+  void operator()(void* p) const { std::free(p); }
+};
+template <class T>
+using CArray = std::unique_ptr<T[], FreeDeleter>;
+
+// Zeroed array of n elements (at least one, so that an empty request is not
+// mistaken for a failure); null after the reported failure.
+template <class T>
+CArray<T> calloc_array(const Io& io, int line, std::size_t n) {
+  return CArray<T>(static_cast<T*>(mycalloc(io, kNscFile, line, n == 0 ? 1 : n, sizeof(T))));
+}
+
+using Vec3 = std::array<double, 3>;
+
+// Tessellation level: the smallest tl >= 1 whose dot count reaches densit.
+int tess_level(int densit, double per_level) {
+  const double q = (densit - 2) / per_level;
+  if (!(q > 1.0)) return 1;  // also densit <= 2: one level is the coarsest set
+  const double tl = std::ceil(std::sqrt(q));
+  return tl > kMaxTessLevel ? kMaxTessLevel : static_cast<int>(tl);
+}
+
+// Appends dots to xus and keeps the running count tn.
+class DotSink {
+ public:
+  DotSink(std::vector<double>& xus, int n_dot, int line_tn, const Io& io)
+      : xus_(xus), n_dot_(n_dot), line_tn_(line_tn), io_(io) {}
+  void add(const Vec3& p) {
+    if (tn_ >= n_dot_) {
+      // Never written past the set; the count keeps running for the report.
+      error(io_, line_tn_, kNscFile, "ico_dot: tn exceeds dimension of xus");
+      ++tn_;
+      return;
+    }
+    const std::size_t k = 3 * static_cast<std::size_t>(tn_);
+    xus_[k] = p[0];
+    xus_[k + 1] = p[1];
+    xus_[k + 2] = p[2];
+    ++tn_;
+  }
+  int tn() const { return tn_; }
+
+ private:
+  std::vector<double>& xus_;
+  int n_dot_;
+  int line_tn_;
+  const Io& io_;
+  int tn_ = 0;
+};
+
+Vec3 arc_point(const Vec3& a, const Vec3& b, int div1, int div2, const Io& io) {
+  Vec3 r{};
+  divarc(a[0], a[1], a[2], b[0], b[1], b[2], div1, div2, r[0], r[1], r[2], io);
+  return r;
+}
+
+// Subdivides a spherical triangle net at level tl: the vertices, tl - 1
+// points on every edge, and the (tl - 1)(tl - 2)/2 interior points of every
+// triangle. An interior point with integer barycentric weights (a, b, c),
+// a + b + c = tl, is reached along arcs from each of the three corners; the
+// three results are averaged and projected back onto the sphere, which keeps
+// the set symmetric under the triangle's symmetries.
+void tessellate(const std::vector<Vec3>& vertices, const std::vector<std::pair<int, int>>& edges,
+                const std::vector<std::array<int, 3>>& triangles, int tl, DotSink& sink,
+                const Io& io) {
+  for (const Vec3& v : vertices) sink.add(v);
+  for (const auto& [i, j] : edges) {
+    for (int k = 1; k < tl; ++k) sink.add(arc_point(vertices[i], vertices[j], k, tl, io));
+  }
+  for (const auto& t : triangles) {
+    const Vec3& pa = vertices[t[0]];
+    const Vec3& pb = vertices[t[1]];
+    const Vec3& pc = vertices[t[2]];
+    for (int b = 1; b <= tl - 2; ++b) {
+      for (int c = 1; b + c <= tl - 1; ++c) {
+        const int a = tl - b - c;
+        int m = b + c;
+        const Vec3 p1 =
+            arc_point(arc_point(pa, pb, m, tl, io), arc_point(pa, pc, m, tl, io), c, m, io);
+        m = a + c;
+        const Vec3 p2 =
+            arc_point(arc_point(pb, pa, m, tl, io), arc_point(pb, pc, m, tl, io), c, m, io);
+        m = a + b;
+        const Vec3 p3 =
+            arc_point(arc_point(pc, pa, m, tl, io), arc_point(pc, pb, m, tl, io), b, m, io);
+        Vec3 s{p1[0] + p2[0] + p3[0], p1[1] + p2[1] + p3[1], p1[2] + p2[2] + p3[2]};
+        const double len = std::sqrt(s[0] * s[0] + s[1] * s[1] + s[2] * s[2]);
+        s = {s[0] / len, s[1] / len, s[2] / len};
+        sink.add(s);
+      }
+    }
+  }
+}
+
+// The icosahedron as a net: vertices, its 30 edges and its 20 faces
+// (adjacent vertices are those at the smallest angle, cosine 1/sqrt(5);
+// all other pairs have a negative cosine).
+struct Icosahedron {
+  std::vector<Vec3> v;
+  std::vector<std::pair<int, int>> edges;
+  std::vector<std::array<int, 3>> faces;
+};
+
+Icosahedron make_icosahedron() {
+  std::array<double, 36> xus{};
+  icosaeder_vertices(xus);
+  Icosahedron ico;
+  for (int i = 0; i < 12; ++i) ico.v.push_back({xus[3 * i], xus[3 * i + 1], xus[3 * i + 2]});
+  auto adjacent = [&](int i, int j) {
+    const Vec3& a = ico.v[i];
+    const Vec3& b = ico.v[j];
+    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2] > 0.2;
+  };
+  for (int i = 0; i < 12; ++i) {
+    for (int j = i + 1; j < 12; ++j) {
+      if (!adjacent(i, j)) continue;
+      ico.edges.emplace_back(i, j);
+      for (int k = j + 1; k < 12; ++k) {
+        if (adjacent(i, k) && adjacent(j, k)) ico.faces.push_back({i, j, k});
+      }
+    }
+  }
+  return ico;
+}
+
+int cell_of(double v, int n) {
+  if (!(v > 0.0)) return 0;
+  if (v >= n) return n - 1;
+  return static_cast<int>(v);
+}
+
+// Cell of a unit dot in the dot lattice of ico_cube cells per axis.
+int dot_cell(double x, double y, double z, int ico_cube, double del_cube) {
+  const int ix = cell_of((x + 1.0) / del_cube, ico_cube);
+  const int iy = cell_of((y + 1.0) / del_cube, ico_cube);
+  const int iz = cell_of((z + 1.0) / del_cube, ico_cube);
+  return (ix * ico_cube + iy) * ico_cube + iz;
+}
+
+}  // namespace
+
+const NscDotCache& nsc_dot_cache() { return cache(); }
+
+void error(const Io& io, int line, const char* file, const char* fmt, ...) {
+  std::fprintf(io.err, "\n---> ERROR when executing line %i in file %s !\n", line, file);
+  va_list args;
+  va_start(args, fmt);
+  std::vfprintf(io.err, fmt, args);
+  va_end(args);
+  // Despite its wording the block returns to the caller.
+  std::fprintf(io.err, "\n---> Execution stopped !\n\n");
+}
+
+void warning(const Io& io, int line, const char* file, const char* fmt, ...) {
+  std::fprintf(io.err, "\n---> WARNING : line %i in file %s\n", line, file);
+  va_list args;
+  va_start(args, fmt);
+  std::vfprintf(io.err, fmt, args);
+  va_end(args);
+  std::fprintf(io.err, " ...!\n\n");
+  std::fflush(io.out);
+  std::fflush(io.err);
+}
+
+double safe_asin(double f, const Io& io) {
+  if (std::fabs(f) < 1.0) return std::asin(f);
+  // Kept as the program has it: only arguments just beyond 1 are reported,
+  // larger ones pass silently; the result is +pi/2 for either sign.
+  if (std::fabs(f) - 1.0 <= kAsinTol) {
+    error(io, kLineSafeAsin, kNscFile, "ASIN : invalid argument %f", f);
+  }
+  return kHalfPi;
+}
+
+void* mycalloc(const Io& io, const char* filename, int linenr, std::size_t nelem,
+               std::size_t elsize) {
+  void* ptr = std::calloc(nelem, elsize);
+  if (ptr == nullptr) {
+    error(io, kLineCalloc, kNscFile, "CALLOC : failed in file %s at line %d", filename, linenr);
+  }
+  return ptr;
+}
+
+void* myrealloc(const Io& io, const char* filename, int linenr, void* ptr, std::size_t size) {
+  void* result = std::realloc(ptr, size);
+  if (result == nullptr) {
+    // The old block stays valid and owned by the caller.
+    error(io, kLineRealloc, kNscFile, "REALLOC : failed in file %s at line %d", filename, linenr);
+  }
+  return result;
+}
+
+void icosaeder_vertices(std::array<double, 36>& xus) {
+  const double c72 = std::cos(72.0 * std::acos(-1.0) / 180.0);
+  // Heights and horizontal radius of the two pentagons; rg^2 + rh^2 = 1.
+  const double rh = std::sqrt(1.0 - 2.0 * c72) / (1.0 - c72);
+  const double rg = c72 / (1.0 - c72);
+  const double deg = std::acos(-1.0) / 180.0;
+  xus[0] = 0.0;
+  xus[1] = 0.0;
+  xus[2] = 1.0;
+  for (int k = 1; k <= 5; ++k) {
+    const double phi = 72.0 * k * deg;
+    xus[3 * k] = rh * std::cos(phi);
+    xus[3 * k + 1] = rh * std::sin(phi);
+    xus[3 * k + 2] = rg;
+  }
+  for (int k = 1; k <= 5; ++k) {
+    const double phi = (72.0 * k - 36.0) * deg;
+    xus[3 * (k + 5)] = rh * std::cos(phi);
+    xus[3 * (k + 5) + 1] = rh * std::sin(phi);
+    xus[3 * (k + 5) + 2] = -rg;
+  }
+  xus[33] = 0.0;
+  xus[34] = 0.0;
+  xus[35] = -1.0;
+  // Project onto the unit sphere so that rounding leaves every vertex at
+  // length 1 to machine precision.
+  for (int k = 0; k < 12; ++k) {
+    const double len = std::sqrt(xus[3 * k] * xus[3 * k] + xus[3 * k + 1] * xus[3 * k + 1] +
+                                 xus[3 * k + 2] * xus[3 * k + 2]);
+    for (int c = 0; c < 3; ++c) xus[3 * k + c] /= len;
+  }
+}
+
+int divarc(double x1, double y1, double z1, double x2, double y2, double z2, int div1, int div2,
+           double& xr, double& yr, double& zr, const Io& io) {
+  const double xd = y1 * z2 - y2 * z1;
+  const double yd = z1 * x2 - z2 * x1;
+  const double zd = x1 * y2 - x2 * y1;
+  const double dd = std::sqrt(xd * xd + yd * yd + zd * zd);
+  const double d1 = x1 * x1 + y1 * y1 + z1 * z1;
+  const double d2 = x2 * x2 + y2 * y2 + z2 * z2;
+  int status = 0;
+  if (dd < kDivarcTol) {
+    error(io, kLineDivarcAxis, kNscFile, "divarc: rotation axis of length %f", dd);
+    status = 1;
+  }
+  if (d1 < kDivarcTol) {
+    error(io, kLineDivarcVec1, kNscFile, "divarc: vector 1 of sq.length %f", d1);
+    status = 1;
+  }
+  if (d2 < kDivarcTol) {
+    error(io, kLineDivarcVec2, kNscFile, "divarc: vector 2 of sq.length %f", d2);
+    status = 1;
+  }
+  // Without an axis (or without a fraction) there is no rotation: the start
+  // vector is returned unchanged rather than a division by zero.
+  if (status != 0 || div2 == 0) {
+    xr = x1;
+    yr = y1;
+    zr = z1;
+    return status;
+  }
+  const double phi = safe_asin(dd / std::sqrt(d1 * d2), io) * div1 / div2;
+  const double cphi = std::cos(phi);
+  const double sphi = std::sin(phi);
+  // Rotation of vector 1 about the unit axis n = (v1 x v2)/|v1 x v2|; v1 is
+  // perpendicular to n, so v1 cos(phi) + (n x v1) sin(phi).
+  const double xp = (yd * z1 - zd * y1) / dd;
+  const double yp = (zd * x1 - xd * z1) / dd;
+  const double zp = (xd * y1 - yd * x1) / dd;
+  xr = x1 * cphi + xp * sphi;
+  yr = y1 * cphi + yp * sphi;
+  zr = z1 * cphi + zp * sphi;
+  return 0;
+}
+
+int ico_dot_arc(int densit, std::vector<double>& xus, const Io& io) {
+  const int tl = tess_level(densit, 10.0);
+  const int n_dot = 10 * tl * tl + 2;
+  if (n_dot < densit) {
+    error(io, kLineArcFormula, kNscFile,
+          "ico_dot_arc: error in formula for tessalation level (%d->%d, %d)", tl, n_dot, densit);
+  }
+  xus.assign(3 * static_cast<std::size_t>(n_dot), 0.0);
+  const Icosahedron ico = make_icosahedron();
+  DotSink sink(xus, n_dot, kLineArcTn, io);
+  tessellate(ico.v, ico.edges, ico.faces, tl, sink, io);
+  if (sink.tn() != n_dot) {
+    error(io, kLineArcDiffer, kNscFile, "ico_dot: n_dot(%d) and tn(%d) differ", n_dot, sink.tn());
+  }
+  return n_dot;
+}
+
+int ico_dot_dod(int densit, std::vector<double>& xus, const Io& io) {
+  const int tl = tess_level(densit, 30.0);
+  const int n_dot = 30 * tl * tl + 2;
+  if (n_dot < densit) {
+    error(io, kLineDodFormula, kNscFile,
+          "ico_dot_dod: error in formula for tessalation level (%d->%d, %d)", tl, n_dot, densit);
+  }
+  xus.assign(3 * static_cast<std::size_t>(n_dot), 0.0);
+  const Icosahedron ico = make_icosahedron();
+
+  // Net of 32 vertices: the 12 icosahedron vertices and the 20 face centres
+  // (the dodecahedron vertices). Each pentagonal face of the dodecahedron is
+  // split into five triangles around its icosahedron vertex: 60 nearly
+  // equilateral triangles with 30 dodecahedron edges and 60 spokes.
+  std::vector<Vec3> vertices = ico.v;
+  for (const auto& f : ico.faces) {
+    Vec3 s{};
+    for (int c = 0; c < 3; ++c) s[c] = ico.v[f[0]][c] + ico.v[f[1]][c] + ico.v[f[2]][c];
+    const double len = std::sqrt(s[0] * s[0] + s[1] * s[1] + s[2] * s[2]);
+    vertices.push_back({s[0] / len, s[1] / len, s[2] / len});
+  }
+  const int n_faces = static_cast<int>(ico.faces.size());
+  auto has = [&](int f, int v) {
+    const auto& t = ico.faces[f];
+    return t[0] == v || t[1] == v || t[2] == v;
+  };
+  std::vector<std::pair<int, int>> edges;
+  std::vector<std::array<int, 3>> triangles;
+  for (int f = 0; f < n_faces; ++f) {
+    for (int c = 0; c < 3; ++c) edges.emplace_back(ico.faces[f][c], 12 + f);
+  }
+  for (const auto& [i, j] : ico.edges) {
+    int f1 = -1;
+    int f2 = -1;
+    for (int f = 0; f < n_faces; ++f) {
+      if (has(f, i) && has(f, j)) (f1 < 0 ? f1 : f2) = f;
+    }
+    if (f1 < 0 || f2 < 0) continue;  // cannot happen for the icosahedron
+    edges.emplace_back(12 + f1, 12 + f2);
+    triangles.push_back({i, 12 + f1, 12 + f2});
+    triangles.push_back({j, 12 + f1, 12 + f2});
+  }
+  DotSink sink(xus, n_dot, kLineDodTn, io);
+  tessellate(vertices, edges, triangles, tl, sink, io);
+  if (sink.tn() != n_dot) {
+    error(io, kLineDodDiffer, kNscFile, "ico_dot: n_dot(%d) and tn(%d) differ", n_dot, sink.tn());
+  }
+  return n_dot;
+}
+
+int unsp_type(int densit) {
+  long long i1 = 1;
+  while (10 * i1 * i1 + 2 < densit) ++i1;
+  long long i2 = 1;
+  while (30 * i2 * i2 + 2 < densit) ++i2;
+  return 10 * i1 * i1 - 2 < 30 * i2 * i2 - 2 ? 10 : 9;
+}
+
+int make_unsp(int densit, int mode, int& num_dot, int cubus, const Io& io) {
+  NscDotCache& g = cache();
+  // Release the previous set; its record goes with it so that no later call
+  // mistakes the empty cache for a valid one.
+  g.xpunsp.clear();
+  g.ico_wk.clear();
+  g.n_dot = 0;
+  g.ico_cube = 0;
+  g.del_cube = 0.0;
+  g.last_n_dot = g.last_densit = g.last_unsp = g.last_cubus = 0;
+
+  const long long magnitude = mode < 0 ? -static_cast<long long>(mode) : mode;
+  if (magnitude != 10 && magnitude != 9) {
+    warning(io, kLineMakeUnsp, kNscFile, "make_unsp: mode %c%lld not allowed", mode < 0 ? '-' : '+',
+            magnitude);
+    return 1;
+  }
+  g.n_dot = magnitude == 10 ? ico_dot_arc(densit, g.xpunsp, io) : ico_dot_dod(densit, g.xpunsp, io);
+  ++g.builds;
+  g.last_n_dot = g.n_dot;
+  g.last_densit = densit;
+  g.last_unsp = mode;
+  num_dot = g.n_dot;
+  if (mode > 0) return 0;
+
+  // Sort the dots into a lattice of ico_cube^3 cells over [-1, 1]^3.
+  if (cubus > 0) {
+    g.ico_cube = std::min(cubus, kMaxCubus);
+  } else {
+    int i = 1;
+    while (2 * i * i * i < g.n_dot) ++i;
+    g.ico_cube = std::max(i - 1, 1);  // at least one cell: avoids an empty lattice
+  }
+  g.del_cube = 2.0 / g.ico_cube;
+  const int cube3 = g.cube3();
+  g.ico_wk.assign(2 * static_cast<std::size_t>(cube3), 0);
+  std::vector<int> cell(static_cast<std::size_t>(g.n_dot));
+  for (int k = 0; k < g.n_dot; ++k) {
+    const double* u = &g.xpunsp[3 * static_cast<std::size_t>(k)];
+    cell[k] = dot_cell(u[0], u[1], u[2], g.ico_cube, g.del_cube);
+    ++g.ico_wk[cell[k]];
+  }
+  int first = 0;
+  for (int c = 0; c < cube3; ++c) {
+    g.ico_wk[cube3 + c] = first;
+    first += g.ico_wk[c];
+  }
+  std::vector<double> sorted(g.xpunsp.size());
+  std::vector<int> next(g.ico_wk.begin() + cube3, g.ico_wk.end());
+  for (int k = 0; k < g.n_dot; ++k) {
+    const std::size_t to = 3 * static_cast<std::size_t>(next[cell[k]]++);
+    std::copy_n(&g.xpunsp[3 * static_cast<std::size_t>(k)], 3, &sorted[to]);
+  }
+  g.xpunsp = std::move(sorted);
+  g.last_cubus = g.ico_cube;
+  return 0;
+}
+
+int nsc_dclm(const double* co, const double* radius, int nat, int densit, int mode,
+             double& value_of_area, std::vector<double>* at_area, double* value_of_vol,
+             std::vector<double>* lidots, int* nu_dots, const Io& io) {
+  value_of_area = 0.0;
+  NscDotCache& g = cache();
+  constexpr int kCubus = 4;
+  const int i_type = unsp_type(densit);
+  if (g.last_unsp != -i_type || g.last_cubus != kCubus ||
+      (densit != g.last_densit && densit != g.last_n_dot)) {
+    int num_dot = 0;
+    if (make_unsp(densit, -i_type, num_dot, kCubus, io) != 0) return 1;
+  }
+
+  // A negative count is treated like an empty list.
+  if (nat <= 0) {
+    warning(io, kLineNoAtoms, kNscFile, "nsc_dclm: no surface atoms selected");
+    return 1;
+  }
+  const std::size_t n_atoms = static_cast<std::size_t>(nat);
+  const int n_dot = g.n_dot;
+  const double* xus = g.xpunsp.data();
+  const bool want_area = (mode & kNscAtomArea) != 0 && at_area != nullptr;
+  const bool want_vol = (mode & kNscVolume) != 0 && value_of_vol != nullptr;
+  const bool want_dots = (mode & kNscDots) != 0 && lidots != nullptr;
+
+  CArray<double> atom_area;
+  if (want_area) {
+    atom_area = calloc_array<double>(io, kLineAllocArea, n_atoms);
+    if (!atom_area) return 1;
+  }
+  CArray<double> dots;
+  std::size_t dots_cap = 0;
+  std::size_t dots_used = 0;
+  if (want_dots) {
+    dots_cap = std::max<std::size_t>(3 * n_atoms * static_cast<std::size_t>(n_dot) / 10, 3);
+    dots = calloc_array<double>(io, kLineAllocDots, dots_cap);
+    if (!dots) return 1;
+  }
+
+  const double area_per_dot = kFourPi / n_dot;
+
+  // Mean of the centres (origin of the volume integral), bounding box and
+  // largest radius.
+  double xs = 0.0, ys = 0.0, zs = 0.0;
+  double xmin = co[0], xmax = co[0], ymin = co[1], ymax = co[1], zmin = co[2], zmax = co[2];
+  double rmax = radius[0];
+  for (std::size_t i = 0; i < n_atoms; ++i) {
+    const double x = co[3 * i], y = co[3 * i + 1], z = co[3 * i + 2];
+    xs += x;
+    ys += y;
+    zs += z;
+    xmin = std::min(xmin, x);
+    xmax = std::max(xmax, x);
+    ymin = std::min(ymin, y);
+    ymax = std::max(ymax, y);
+    zmin = std::min(zmin, z);
+    zmax = std::max(zmax, z);
+    rmax = std::max(rmax, radius[i]);
+  }
+  xs /= nat;
+  ys /= nat;
+  zs /= nat;
+
+  // Atom lattice: cells of edge 2 * rmax, so that every sphere overlapping
+  // an atom's sphere has its centre in the 27 cells around the atom's cell.
+  const double ext[3] = {xmax - xmin, ymax - ymin, zmax - zmin};
+  double edge = 2.0 * rmax;
+  double cells[3] = {1.0, 1.0, 1.0};
+  if (edge > 0.0) {
+    auto count_cells = [&] {
+      for (int a = 0; a < 3; ++a) {
+        const double c = std::ceil(ext[a] / edge);
+        cells[a] = c > 1.0 ? c : 1.0;
+      }
+    };
+    count_cells();
+    // A few atoms spread far apart would ask for a huge, nearly empty
+    // lattice: the edge is enlarged instead (a larger edge keeps every
+    // neighbour within the 27 cells).
+    const double max_cells = 8.0 * nat + 64.0;
+    while (cells[0] * cells[1] * cells[2] > max_cells) {
+      edge *= 2.0;
+      count_cells();
+    }
+  } else {
+    edge = std::max({ext[0], ext[1], ext[2], 1.0});  // all radii zero: one cell
+  }
+  const int nx = static_cast<int>(cells[0]), ny = static_cast<int>(cells[1]),
+            nz = static_cast<int>(cells[2]);
+  // Widen the box equally on both sides to exactly nx * ny * nz cells.
+  xmin -= (nx * edge - ext[0]) / 2.0;
+  ymin -= (ny * edge - ext[1]) / 2.0;
+  zmin -= (nz * edge - ext[2]) / 2.0;
+  const std::size_t n_cells = static_cast<std::size_t>(nx) * ny * nz;
+
+  CArray<int> cell_start = calloc_array<int>(io, kLineAllocCells, n_cells + 1);
+  CArray<int> atom_cell = calloc_array<int>(io, kLineAllocCells + 1, n_atoms);
+  CArray<int> cell_atoms = calloc_array<int>(io, kLineAllocCells + 2, n_atoms);
+  if (!cell_start || !atom_cell || !cell_atoms) return 1;
+  for (std::size_t i = 0; i < n_atoms; ++i) {
+    const int ix = cell_of((co[3 * i] - xmin) / edge, nx);
+    const int iy = cell_of((co[3 * i + 1] - ymin) / edge, ny);
+    const int iz = cell_of((co[3 * i + 2] - zmin) / edge, nz);
+    atom_cell[i] = (iz * ny + iy) * nx + ix;
+    ++cell_start[atom_cell[i] + 1];
+  }
+  for (std::size_t c = 0; c < n_cells; ++c) cell_start[c + 1] += cell_start[c];
+  {
+    std::vector<int> fill(cell_start.get(), cell_start.get() + n_cells);
+    for (std::size_t i = 0; i < n_atoms; ++i)
+      cell_atoms[fill[atom_cell[i]]++] = static_cast<int>(i);
+  }
+
+  CArray<Neighb> wknb = calloc_array<Neighb>(io, kLineAllocNeighb, n_atoms);
+  CArray<char> buried = calloc_array<char>(io, kLineAllocBuried, static_cast<std::size_t>(n_dot));
+  if (!wknb || !buried) return 1;
+
+  const int ico_cube = g.ico_cube;
+  const double del_cube = g.del_cube;
+  double area = 0.0;
+  double vol = 0.0;
+  for (std::size_t i = 0; i < n_atoms; ++i) {
+    const double ri = radius[i];
+    // A sphere without radius has no surface (and a negative radius none either).
+    if (!(ri > 0.0)) continue;
+    const double xi = co[3 * i], yi = co[3 * i + 1], zi = co[3 * i + 2];
+
+    // Neighbours: overlapping spheres in the 27 cells around atom i.
+    int nnb = 0;
+    const int ci = atom_cell[i];
+    const int cx = ci % nx, cy = (ci / nx) % ny, cz = ci / (nx * ny);
+    for (int kz = std::max(cz - 1, 0); kz <= std::min(cz + 1, nz - 1); ++kz) {
+      for (int ky = std::max(cy - 1, 0); ky <= std::min(cy + 1, ny - 1); ++ky) {
+        for (int kx = std::max(cx - 1, 0); kx <= std::min(cx + 1, nx - 1); ++kx) {
+          const int c = (kz * ny + ky) * nx + kx;
+          for (int p = cell_start[c]; p < cell_start[c + 1]; ++p) {
+            const std::size_t j = static_cast<std::size_t>(cell_atoms[p]);
+            if (j == i) continue;
+            const double rj = radius[j];
+            const double dx = co[3 * j] - xi, dy = co[3 * j + 1] - yi, dz = co[3 * j + 2] - zi;
+            const double dd = dx * dx + dy * dy + dz * dz;
+            const double rr = ri + rj;
+            if (dd < rr * rr) {
+              // Dot u of atom i lies inside sphere j when u . d > dot.
+              wknb[nnb++] = Neighb{dx, dy, dz, (dd + ri * ri - rj * rj) / (2.0 * ri)};
+            }
+          }
+        }
+      }
+    }
+
+    // Buried dots: for each neighbour only the dots of the dot-lattice cells
+    // that meet the buried cap are tested.
+    std::memset(buried.get(), 0, static_cast<std::size_t>(n_dot));
+    int n_buried = 0;
+    for (int k = 0; k < nnb && n_buried < n_dot; ++k) {
+      const Neighb& nb = wknb[k];
+      const double d = std::sqrt(nb.x * nb.x + nb.y * nb.y + nb.z * nb.z);
+      int lo[3] = {0, 0, 0};
+      int hi[3] = {ico_cube - 1, ico_cube - 1, ico_cube - 1};
+      if (d > 0.0) {
+        // The cap u . n > t (n the unit direction, t = dot / d) lies within
+        // the chord distance sqrt(2 - 2t) of n.
+        const double t = nb.dot / d;
+        if (t >= 1.0) continue;  // sphere j inside sphere i: buries nothing
+        if (t > -1.0) {
+          const double rho = std::sqrt(2.0 - 2.0 * t) + 1e-9;
+          const double n[3] = {nb.x / d, nb.y / d, nb.z / d};
+          for (int a = 0; a < 3; ++a) {
+            lo[a] = cell_of((n[a] - rho + 1.0) / del_cube, ico_cube);
+            hi[a] = cell_of((n[a] + rho + 1.0) / del_cube, ico_cube);
+          }
+        }
+      } else if (!(nb.dot < 0.0)) {
+        // Concentric spheres: the dot test reads 0 > dot, true only when the
+        // neighbour is the larger one; equal spheres leave each other free.
+        continue;
+      }
+      for (int ix = lo[0]; ix <= hi[0]; ++ix) {
+        for (int iy = lo[1]; iy <= hi[1]; ++iy) {
+          for (int iz = lo[2]; iz <= hi[2]; ++iz) {
+            const int c = (ix * ico_cube + iy) * ico_cube + iz;
+            const int first = g.ico_pt(c);
+            const int last = first + g.ico_wk[c];
+            for (int p = first; p < last; ++p) {
+              if (buried[p] != 0) continue;
+              const double* u = xus + 3 * static_cast<std::size_t>(p);
+              if (u[0] * nb.x + u[1] * nb.y + u[2] * nb.z > nb.dot) {
+                buried[p] = 1;
+                ++n_buried;
+              }
+            }
+          }
+        }
+      }
+    }
+
+    const int n_free = n_dot - n_buried;
+    const double a_i = ri * ri * n_free * area_per_dot;
+    area += a_i;
+    if (want_area) atom_area[i] = a_i;
+    if (n_free == 0 || (!want_vol && !want_dots)) continue;
+
+    // Volume by the divergence theorem: V = 1/3 * sum over the free surface
+    // of (p - origin) . normal * dA, with p = c_i + r_i u, normal u and
+    // dA = r_i^2 * 4pi / n_dot.
+    double vol_i = 0.0;
+    const double ox = xi - xs, oy = yi - ys, oz = zi - zs;
+    for (int p = 0; p < n_dot; ++p) {
+      if (buried[p] != 0) continue;
+      const double* u = xus + 3 * static_cast<std::size_t>(p);
+      vol_i += u[0] * ox + u[1] * oy + u[2] * oz + ri;
+      if (want_dots) {
+        if (dots_used + 3 > dots_cap) {
+          const std::size_t new_cap = 2 * dots_cap;
+          void* grown =
+              myrealloc(io, kNscFile, kLineReallocDots, dots.get(), new_cap * sizeof(double));
+          if (grown == nullptr) return 1;  // the old block is released by its owner
+          dots.release();
+          dots.reset(static_cast<double*>(grown));
+          dots_cap = new_cap;
+        }
+        dots[dots_used++] = xi + ri * u[0];
+        dots[dots_used++] = yi + ri * u[1];
+        dots[dots_used++] = zi + ri * u[2];
+      }
+    }
+    vol += ri * ri * vol_i;
+  }
+
+  value_of_area = area;
+  if (want_vol) *value_of_vol = vol * (kFourPi / (3.0 * n_dot));
+  if (want_area) at_area->assign(atom_area.get(), atom_area.get() + n_atoms);
+  if (want_dots) {
+    lidots->assign(dots.get(), dots.get() + dots_used);
+    if (nu_dots != nullptr) *nu_dots = static_cast<int>(dots_used / 3);
+  }
+  return 0;
+}
+
+}  // namespace vorn
