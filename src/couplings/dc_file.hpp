@@ -25,8 +25,12 @@ struct CouplingArrays {
   std::vector<double> dc, coor_x, coor_y, coor_z;
 
   CouplingArrays()
-      : dc_res(kAtomSlots), dcmax(kAtomSlots), dc(kAtomSlots), coor_x(kAtomSlots),
-        coor_y(kAtomSlots), coor_z(kAtomSlots) {}
+      : dc_res(kAtomSlots),
+        dcmax(kAtomSlots),
+        dc(kAtomSlots),
+        coor_x(kAtomSlots),
+        coor_y(kAtomSlots),
+        coor_z(kAtomSlots) {}
 };
 
 // Reads the -D file (flags[3] == 1, flag_file[3] open) to its end, closes it

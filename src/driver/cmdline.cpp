@@ -71,10 +71,5 @@ void Aufruf_Check(int noS_files, int noI_files, void (*error_out)(const std::str
   error_out("\n");
 }
 
-FILE* DateiOeffnen(const char* dateiname, const char* access) {
-  FILE* file = std::fopen(dateiname, access);
-  if (file == nullptr) nerror_datei(dateiname);
-  return file;
-}
 
 }  // namespace vorn

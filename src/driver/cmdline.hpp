@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <string>
 
+#include "driver/mzutil.hpp"
+
 namespace vorn {
 
 inline constexpr int kOptionSlots = 10;  // entry 1: -A, 2: -O, 3: -D
@@ -19,7 +21,5 @@ int read_flags(int inputc, const char* const* input, int& flag_ok, int flags[kOp
 // text on out and calls error_out with a bare line feed.
 void Aufruf_Check(int noS_files, int noI_files, void (*error_out)(const std::string&), FILE* out);
 
-// Opens a file or ends the run with the "no such file" block.
-FILE* DateiOeffnen(const char* dateiname, const char* access);
 
 }  // namespace vorn

@@ -3,7 +3,15 @@
 #include <cmath>
 #include <cstring>
 
+#include "driver/fatal.hpp"
+
 namespace vorn {
+
+FILE* DateiOeffnen(const char* dateiname, const char* access) {
+  FILE* file = std::fopen(dateiname, access);
+  if (file == nullptr) nerror_datei(dateiname);
+  return file;
+}
 
 void KontrollMeldung(const char* error_txt, FILE* out) { std::fprintf(out, "%s\n", error_txt); }
 

@@ -5,6 +5,9 @@
 
 namespace vorn {
 
+// Opens a file or ends the run with the "no such file" block.
+FILE* DateiOeffnen(const char* dateiname, const char* access);
+
 void KontrollMeldung(const char* error_txt, FILE* out);
 void KontrollMeldung_Lesen(const char* error_txt, FILE* out);
 int Gleich(const char* L, const char* Mit);

@@ -13,6 +13,14 @@ namespace vorn {
 // settings ask for (prompting on io.in / io.out) and returns the atom count.
 int select_atoms(int tot_no_atoms, AtomArrays& atoms, const Settings& settings, Io& io);
 
+// The surface step: reduces atoms 1..no_atom in place, 0 on success.
+using SurfaceStep = int (*)(int& no_atom, AtomArrays& atoms, Io& io);
+
+// select_atoms with the surface step given explicitly (routine_calling_NSC in
+// a run); lets the selection be exercised apart from the surface method.
+int select_atoms(int tot_no_atoms, AtomArrays& atoms, const Settings& settings, Io& io,
+                 SurfaceStep surface);
+
 int remove_protons(int n, AtomArrays& atoms);
 // select holds the listed numbers from index 1 to no_select.
 int remove_residues(int n, AtomArrays& atoms, int no_select, const std::vector<int>& select);
