@@ -1,0 +1,55 @@
+// Shared helpers of the fuzz targets.
+#pragma once
+
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+namespace vorn::fuzz {
+
+// A stream that discards what is written to it.
+inline FILE* sink() {
+  static FILE* null_stream = std::fopen("/dev/null", "w");
+  return null_stream;
+}
+
+// A read-only stream over the fuzzer's bytes (a copy that lives as long as
+// the stream is open).
+class Bytes {
+ public:
+  Bytes(const uint8_t* data, size_t size) : text_(reinterpret_cast<const char*>(data), size) {
+    file_ = text_.empty() ? std::fopen("/dev/null", "r")
+                          : fmemopen(text_.data(), text_.size(), "r");
+  }
+  Bytes(const Bytes&) = delete;
+  Bytes& operator=(const Bytes&) = delete;
+  ~Bytes() {
+    if (file_ != nullptr) std::fclose(file_);
+  }
+  FILE* file() const { return file_; }
+  FILE* release() {
+    FILE* f = file_;
+    file_ = nullptr;
+    return f;
+  }
+
+ private:
+  std::string text_;
+  FILE* file_;
+};
+
+// Writes the bytes to a per-process scratch file and returns its name.
+inline std::string to_file(const uint8_t* data, size_t size, const char* tag) {
+  const std::string name =
+      "/tmp/vorn_fuzz_" + std::to_string(getpid()) + "_" + tag;
+  FILE* f = std::fopen(name.c_str(), "wb");
+  if (f != nullptr) {
+    if (size > 0) std::fwrite(data, 1, size, f);
+    std::fclose(f);
+  }
+  return name;
+}
+
+}  // namespace vorn::fuzz
