@@ -22,12 +22,15 @@ struct OrientationTables {
   std::vector<double> szz_orient, sxx_yy_orient, sxy_orient, sxz_orient, syz_orient;
 };
 
+// Phi steps of a theta band from temp2 = sin(theta) * digit_phi: the
+// nearest integer, a fraction of exactly 0.5 rounding down.
+int phi_step_count(double temp2);
+
 int grid_orientation_sampling(const Settings& settings, int digit_theta, int digit_phi,
                               int digit_psi, std::vector<EulerAngle>& angle, FILE* out);
 
 void calculate_scaling(const Settings& settings, int no_angles, double final_distance,
-                       double final_distance_ph, double max_obstruction, int& no_pt,
-                       int& no_pt_ph);
+                       double final_distance_ph, double max_obstruction, int& no_pt, int& no_pt_ph);
 
 // Angles in radians; vectors use elements 1..3.
 void rotate_vector(double theta, double phi, double psi, const double input_vector[4],
@@ -41,6 +44,11 @@ double Syy(const double tensor_yaxis[4]);
 double Sxy(const double tensor_xaxis[4], const double tensor_yaxis[4]);
 double Sxz(const double tensor_xaxis[4], const double tensor_zaxis[4]);
 double Syz(const double tensor_yaxis[4], const double tensor_zaxis[4]);
+
+// Trace test of orientation i: a sum Sxx + Syy + Szz above 1e-15 ends the
+// run with status 1 and its two lines on standard output; a negative sum of
+// any size passes.
+void check_traceless(int i, double sxx, double syy, double szz);
 
 // Fills the five lists of the tables for orientations 1..no_pt (resizing
 // them); the failed trace test throws with its lines on standard output.
