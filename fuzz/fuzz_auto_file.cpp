@@ -6,12 +6,12 @@
 #include "fuzz_support.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  vorn::fuzz::Bytes bytes(data, size);
+  auto input = vorn::fuzz::bytes(data, size);
   vorn::Settings settings;
   int flags[vorn::kOptionSlots] = {};
   FILE* files[vorn::kOptionSlots] = {};
   flags[1] = 1;
-  files[1] = bytes.release();
+  files[1] = input.release();
   vorn::Io io{nullptr, vorn::fuzz::sink(), vorn::fuzz::sink()};
   try {
     vorn::read_auto(settings, flags, files, io);

@@ -20,11 +20,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     return a;
   }();
-  vorn::fuzz::Bytes bytes(data, size);
+  auto input = vorn::fuzz::bytes(data, size);
   int flags[10] = {};
   FILE* files[10] = {};
   flags[3] = 1;
-  files[3] = bytes.release();
+  files[3] = input.release();
   int dab_sign = 1;
   try {
     const int n = vorn::reading_DCfile(flags, files, couplings, dab_sign);

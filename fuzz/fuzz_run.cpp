@@ -53,7 +53,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string d = "-D" + tag + ".dc";
   const std::string pdb = tag + ".pdb";
   const char* argv[] = {"vorn", a.c_str(), d.c_str(), pdb.c_str(), nullptr};
-  vorn::fuzz::Bytes stdin_bytes(nullptr, 0);
+  vorn::test::Input stdin_bytes("");
   vorn::Io io{stdin_bytes.file(), vorn::fuzz::sink(), vorn::fuzz::sink()};
   const int status = vorn::run_and_report(4, argv, io);
   if (status != 0 && status != 1) __builtin_trap();

@@ -20,7 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     atoms.atom[i] = (i * 37) % 640;
     atoms.res_nr[i] = i / 4;
   }
-  vorn::fuzz::Bytes input(data + 1, size - 1);
+  auto input = vorn::fuzz::bytes(data + 1, size - 1);
   vorn::Io io{input.file(), vorn::fuzz::sink(), vorn::fuzz::sink()};
   try {
     const int n = vorn::select_atoms(40, atoms, settings, io);

@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <string>
 
+#include "capture.hpp"
+
 namespace vorn::fuzz {
 
 // A stream that discards what is written to it.
@@ -15,30 +17,10 @@ inline FILE* sink() {
   return null_stream;
 }
 
-// A read-only stream over the fuzzer's bytes (a copy that lives as long as
-// the stream is open).
-class Bytes {
- public:
-  Bytes(const uint8_t* data, size_t size) : text_(reinterpret_cast<const char*>(data), size) {
-    file_ = text_.empty() ? std::fopen("/dev/null", "r")
-                          : fmemopen(text_.data(), text_.size(), "r");
-  }
-  Bytes(const Bytes&) = delete;
-  Bytes& operator=(const Bytes&) = delete;
-  ~Bytes() {
-    if (file_ != nullptr) std::fclose(file_);
-  }
-  FILE* file() const { return file_; }
-  FILE* release() {
-    FILE* f = file_;
-    file_ = nullptr;
-    return f;
-  }
-
- private:
-  std::string text_;
-  FILE* file_;
-};
+// A read-only stream over the fuzzer's bytes.
+inline test::Input bytes(const uint8_t* data, size_t size) {
+  return test::Input(std::string(reinterpret_cast<const char*>(data), size));
+}
 
 // Writes the bytes to a per-process scratch file and returns its name.
 inline std::string to_file(const uint8_t* data, size_t size, const char* tag) {

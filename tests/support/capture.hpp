@@ -54,8 +54,10 @@ class Input {
   FILE* file_;
 };
 
+#ifdef VORN_TEST_DATA_DIR
 inline std::string data_path(const std::string& name) {
   return std::string(VORN_TEST_DATA_DIR) + "/" + name;
 }
+#endif
 
 }  // namespace vorn::test
