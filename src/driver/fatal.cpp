@@ -2,23 +2,21 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <vector>
 
 namespace vorn {
 
 std::string format(const char* fmt, ...) {
+  char small[512];
   va_list args;
   va_start(args, fmt);
-  va_list copy;
-  va_copy(copy, args);
-  const int n = std::vsnprintf(nullptr, 0, fmt, copy);
-  va_end(copy);
-  std::string result;
-  if (n > 0) {
-    std::vector<char> buffer(static_cast<size_t>(n) + 1);
-    std::vsnprintf(buffer.data(), buffer.size(), fmt, args);
-    result.assign(buffer.data(), static_cast<size_t>(n));
-  }
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): initialised by va_start above
+  const int n = std::vsnprintf(small, sizeof small, fmt, args);
+  va_end(args);
+  if (n < 0) return {};
+  if (static_cast<size_t>(n) < sizeof small) return std::string(small, static_cast<size_t>(n));
+  std::string result(static_cast<size_t>(n), '\0');
+  va_start(args, fmt);
+  std::vsnprintf(result.data(), result.size() + 1, fmt, args);
   va_end(args);
   return result;
 }

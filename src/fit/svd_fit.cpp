@@ -235,7 +235,7 @@ int svd_simple(int m_all, const FitRows& rows, double saupe[5], FILE* out) {
     std::fprintf(out, "Predicted residual dipolar couplings not within the experimental range:\n");
     for (int i = 0; i < m; ++i) {
       if (outside_experimental_range(work_loc[i], dc[i], e[i])) {
-        ok_k = 0;
+        ok_k = 0;  // NOLINT(clang-analyzer-deadcode.DeadStores): the fit runs once
         no[i] += 1;
         // The two '>' are printed whatever the side of the violation.
         const float upper = dc[i] + e[i];

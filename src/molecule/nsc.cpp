@@ -206,6 +206,7 @@ void error(const Io& io, int line, const char* file, const char* fmt, ...) {
   std::fprintf(io.err, "\n---> ERROR when executing line %i in file %s !\n", line, file);
   va_list args;
   va_start(args, fmt);
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): initialised by va_start above
   std::vfprintf(io.err, fmt, args);
   va_end(args);
   // Despite its wording the block returns to the caller.
@@ -216,6 +217,7 @@ void warning(const Io& io, int line, const char* file, const char* fmt, ...) {
   std::fprintf(io.err, "\n---> WARNING : line %i in file %s\n", line, file);
   va_list args;
   va_start(args, fmt);
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): initialised by va_start above
   std::vfprintf(io.err, fmt, args);
   va_end(args);
   std::fprintf(io.err, " ...!\n\n");

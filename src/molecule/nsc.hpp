@@ -95,7 +95,9 @@ struct NscDotCache {
   int last_n_dot = 0, last_densit = 0, last_unsp = 0, last_cubus = 0;
   long builds = 0;  // number of dot sets generated so far
   // Index of the first dot of a cell (ico_pt, stored behind ico_wk).
-  int ico_pt(int cell) const { return ico_wk[static_cast<std::size_t>(cube3() + cell)]; }
+  int ico_pt(int cell) const {
+    return ico_wk[static_cast<std::size_t>(cube3()) + static_cast<std::size_t>(cell)];
+  }
   int cube3() const { return ico_cube * ico_cube * ico_cube; }
 };
 const NscDotCache& nsc_dot_cache();
