@@ -646,13 +646,14 @@ int nsc_dclm(const double* co, const double* radius, int nat, int densit, int mo
             const int c = (ix * ico_cube + iy) * ico_cube + iz;
             const int first = g.ico_pt(c);
             const int last = first + g.ico_wk[c];
+            // Branch-free: every dot of the cell is tested, and counted the
+            // first time a neighbour buries it (the same set and count as
+            // skipping the buried ones, without mispredicted branches).
             for (int p = first; p < last; ++p) {
-              if (buried[p] != 0) continue;
               const double* u = xus + 3 * static_cast<std::size_t>(p);
-              if (u[0] * nb.x + u[1] * nb.y + u[2] * nb.z > nb.dot) {
-                buried[p] = 1;
-                ++n_buried;
-              }
+              const char hit = u[0] * nb.x + u[1] * nb.y + u[2] * nb.z > nb.dot ? 1 : 0;
+              n_buried += hit & (buried[p] ^ 1);
+              buried[p] |= hit;
             }
           }
         }

@@ -1,7 +1,9 @@
 #include "simulation/orientation.hpp"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 
 #include "driver/fatal.hpp"
@@ -110,16 +112,30 @@ void calculate_scaling(const Settings& settings, int /*no_angles*/, double final
   }
 }
 
-void rotate_vector(double theta, double phi, double psi, const double input_vector[4],
-                   double rotated_vector[4]) {
-  const double ct = std::cos(theta);
-  const double st = std::sin(theta);
-  const double cf = std::cos(phi);
-  const double sf = std::sin(phi);
-  const double cp = std::cos(psi);
-  const double sp = std::sin(psi);
-  // R = Rz(psi) * Ry(theta) * Rz(phi), acting on coordinates.
-  double Dreh_M[4][4] = {};
+// One out-of-line routine computes every cosine and sine of the rotations,
+// so that a value taken from the memo is the one a fresh call would give.
+[[gnu::noinline]] void angle_cos_sin(double angle, double& c, double& s) {
+  c = std::cos(angle);
+  s = std::sin(angle);
+}
+
+void TrigMemo::cos_sin(int slot, double angle, double& c, double& s) {
+  const std::uint64_t bits = std::bit_cast<std::uint64_t>(angle);
+  if (!valid_[slot] || bits_[slot] != bits) {
+    angle_cos_sin(angle, c_[slot], s_[slot]);
+    bits_[slot] = bits;
+    valid_[slot] = true;
+  }
+  c = c_[slot];
+  s = s_[slot];
+}
+
+namespace {
+
+// R = Rz(psi) * Ry(theta) * Rz(phi), acting on coordinates, from the
+// cosines and sines of the three angles.
+void rotation_matrix_of(double ct, double st, double cf, double sf, double cp, double sp,
+                        double Dreh_M[4][4]) {
   Dreh_M[1][1] = cp * ct * cf - sp * sf;
   Dreh_M[1][2] = cp * ct * sf + sp * cf;
   Dreh_M[1][3] = -cp * st;
@@ -129,6 +145,28 @@ void rotate_vector(double theta, double phi, double psi, const double input_vect
   Dreh_M[3][1] = st * cf;
   Dreh_M[3][2] = st * sf;
   Dreh_M[3][3] = ct;
+}
+
+}  // namespace
+
+void rotation_matrix(double theta, double phi, double psi, double Dreh_M[4][4]) {
+  double ct, st, cf, sf, cp, sp;
+  angle_cos_sin(theta, ct, st);
+  angle_cos_sin(phi, cf, sf);
+  angle_cos_sin(psi, cp, sp);
+  rotation_matrix_of(ct, st, cf, sf, cp, sp, Dreh_M);
+}
+
+void rotation_matrix(double theta, double phi, double psi, double Dreh_M[4][4], TrigMemo& memo) {
+  double ct, st, cf, sf, cp, sp;
+  memo.cos_sin(0, theta, ct, st);
+  memo.cos_sin(1, phi, cf, sf);
+  memo.cos_sin(2, psi, cp, sp);
+  rotation_matrix_of(ct, st, cf, sf, cp, sp, Dreh_M);
+}
+
+void apply_rotation(const double Dreh_M[4][4], const double input_vector[4],
+                    double rotated_vector[4]) {
   for (int r = 1; r <= 3; ++r) {
     double sum = 0.0;
     for (int c = 1; c <= 3; ++c) {
@@ -138,14 +176,24 @@ void rotate_vector(double theta, double phi, double psi, const double input_vect
   }
 }
 
+void rotate_vector(double theta, double phi, double psi, const double input_vector[4],
+                   double rotated_vector[4]) {
+  double Dreh_M[4][4] = {};
+  rotation_matrix(theta, phi, psi, Dreh_M);
+  apply_rotation(Dreh_M, input_vector, rotated_vector);
+}
+
 void rotate_coorsystem(double theta, double phi, double psi, double x_axis_tensor[4],
                        double y_axis_tensor[4], double z_axis_tensor[4]) {
   const double x_axis_xray[4] = {0.0, 1.0, 0.0, 0.0};
   const double y_axis_xray[4] = {0.0, 0.0, 1.0, 0.0};
   const double z_axis_xray[4] = {0.0, 0.0, 0.0, 1.0};
-  rotate_vector(theta, phi, psi, x_axis_xray, x_axis_tensor);
-  rotate_vector(theta, phi, psi, y_axis_xray, y_axis_tensor);
-  rotate_vector(theta, phi, psi, z_axis_xray, z_axis_tensor);
+  // rotate_vector for each axis, with the matrix evaluated once.
+  double Dreh_M[4][4] = {};
+  rotation_matrix(theta, phi, psi, Dreh_M);
+  apply_rotation(Dreh_M, x_axis_xray, x_axis_tensor);
+  apply_rotation(Dreh_M, y_axis_xray, y_axis_tensor);
+  apply_rotation(Dreh_M, z_axis_xray, z_axis_tensor);
 }
 
 // The z component of a frame axis is its cosine with the laboratory z axis,
@@ -191,6 +239,10 @@ void setup_lists(const Settings& settings, int no_pt, OrientationTables& tables,
   double tensor_xaxis[4] = {};
   double tensor_yaxis[4] = {};
   double tensor_zaxis[4] = {};
+  const double x_axis_xray[4] = {0.0, 1.0, 0.0, 0.0};
+  const double y_axis_xray[4] = {0.0, 0.0, 1.0, 0.0};
+  const double z_axis_xray[4] = {0.0, 0.0, 0.0, 1.0};
+  TrigMemo memo;
   for (int i = 1; i <= no_pt; ++i) {
     const EulerAngle& angle = tables.eulerangle[i];
     const double theta = angle[1] * kPi / 180;
@@ -199,7 +251,12 @@ void setup_lists(const Settings& settings, int no_pt, OrientationTables& tables,
     if (settings.debug != 0) {
       std::fprintf(out, "%d theta/phi/psi:  %.2f   %.2f   %.2f\n", i, angle[1], angle[2], angle[3]);
     }
-    rotate_coorsystem(theta, phi, psi, tensor_xaxis, tensor_yaxis, tensor_zaxis);
+    // rotate_coorsystem, with the trigonometry of repeated angles reused.
+    double Dreh_M[4][4] = {};
+    rotation_matrix(theta, phi, psi, Dreh_M, memo);
+    apply_rotation(Dreh_M, x_axis_xray, tensor_xaxis);
+    apply_rotation(Dreh_M, y_axis_xray, tensor_yaxis);
+    apply_rotation(Dreh_M, z_axis_xray, tensor_zaxis);
     if (settings.debug != 0) {
       for (const double* axis : {tensor_xaxis, tensor_yaxis, tensor_zaxis}) {
         for (int c = 1; c <= 3; ++c) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <cstdio>
 #include <vector>
 
@@ -33,6 +34,32 @@ void calculate_scaling(const Settings& settings, int no_angles, double final_dis
                        double final_distance_ph, double max_obstruction, int& no_pt, int& no_pt_ph);
 
 // Angles in radians; vectors use elements 1..3.
+// rotate_vector is rotation_matrix followed by apply_rotation; the two halves
+// are exposed so that a caller turning several vectors by one orientation
+// evaluates the trigonometry once and still gets the same bits.
+void rotation_matrix(double theta, double phi, double psi, double Dreh_M[4][4]);
+
+// The cosine and sine of an angle (radians), as every rotation takes them.
+void angle_cos_sin(double angle, double& c, double& s);
+
+// The cosine and sine of the last angle seen in each of three slots, reused
+// when the same angle (bit for bit) comes again: the orientations of a
+// sampling share their theta and phi over long runs.
+class TrigMemo {
+ public:
+  void cos_sin(int slot, double angle, double& c, double& s);
+
+ private:
+  std::uint64_t bits_[3] = {};
+  double c_[3] = {};
+  double s_[3] = {};
+  bool valid_[3] = {};
+};
+
+// rotation_matrix with theta, phi and psi in slots 0, 1 and 2 of the memo.
+void rotation_matrix(double theta, double phi, double psi, double Dreh_M[4][4], TrigMemo& memo);
+void apply_rotation(const double Dreh_M[4][4], const double input_vector[4],
+                    double rotated_vector[4]);
 void rotate_vector(double theta, double phi, double psi, const double input_vector[4],
                    double rotated_vector[4]);
 void rotate_coorsystem(double theta, double phi, double psi, double x_axis_tensor[4],

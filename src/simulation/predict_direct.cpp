@@ -298,13 +298,13 @@ void combine_alignment(const Settings& settings, double max_obstruction, int no_
   }
 }
 
-void simulate_alignment3_direct(const Settings& settings, double max_obstruction, int no_atoms,
-                                int no_add_orient, int no_add_ph_orient,
-                                const std::vector<double>& x, const std::vector<double>& y,
-                                const std::vector<double>& z, int t_pts, int no_pt_ph, int o_pts,
-                                const Grid& grid, const Grid& grid_ph,
-                                const OrientationTables& tables, const double saupe_dev[5],
-                                double /*saupe*/[5], double saupe_weight[5]) {
+void simulate_with_passes(const Settings& settings, double max_obstruction, int no_atoms,
+                          int no_add_orient, int no_add_ph_orient, const std::vector<double>& x,
+                          const std::vector<double>& y, const std::vector<double>& z, int t_pts,
+                          int no_pt_ph, int o_pts, const Grid& grid, const Grid& grid_ph,
+                          const OrientationTables& tables, const double saupe_dev[5],
+                          double saupe_weight[5], const WallPass& wall_pass_fn,
+                          const CylinderPass& cylinder_pass_fn) {
   check_inputs(no_atoms, x, y, z, o_pts, tables);
   std::vector<float> x_temp;
   std::vector<float> y_temp;
@@ -327,18 +327,38 @@ void simulate_alignment3_direct(const Settings& settings, double max_obstruction
   PassSums cylinder;
   if (wall_pass) {
     check_grid_index(t_pts, grid);
-    wall = wall_pass_direct(radius, max_obstruction, no_atoms, x, y, z, t_pts, o_pts, grid, tables,
-                            x_temp, pot_dist);
+    wall = wall_pass_fn(radius, max_obstruction, x_temp, pot_dist);
   }
   if (cylinder_pass) {
     check_grid_index(no_pt_ph, grid_ph);
     const double radius2 = max_obstruction + radius;
-    cylinder = cylinder_pass_direct(radius2, no_atoms, x, y, z, no_pt_ph, o_pts, grid_ph, tables,
-                                    x_temp, y_temp, z_temp);
+    cylinder = cylinder_pass_fn(radius2, x_temp, y_temp, z_temp);
   }
   combine_alignment(settings, max_obstruction, no_add_orient, no_add_ph_orient, o_pts, grid_ph,
                     wall_pass ? &wall : nullptr, cylinder_pass ? &cylinder : nullptr, saupe_dev,
                     saupe_weight);
+}
+
+void simulate_alignment3_direct(const Settings& settings, double max_obstruction, int no_atoms,
+                                int no_add_orient, int no_add_ph_orient,
+                                const std::vector<double>& x, const std::vector<double>& y,
+                                const std::vector<double>& z, int t_pts, int no_pt_ph, int o_pts,
+                                const Grid& grid, const Grid& grid_ph,
+                                const OrientationTables& tables, const double saupe_dev[5],
+                                double /*saupe*/[5], double saupe_weight[5]) {
+  simulate_with_passes(
+      settings, max_obstruction, no_atoms, no_add_orient, no_add_ph_orient, x, y, z, t_pts,
+      no_pt_ph, o_pts, grid, grid_ph, tables, saupe_dev, saupe_weight,
+      [&](double radius, double obstruction, std::vector<float>& x_temp,
+          std::vector<float>& pot_dist) {
+        return wall_pass_direct(radius, obstruction, no_atoms, x, y, z, t_pts, o_pts, grid, tables,
+                                x_temp, pot_dist);
+      },
+      [&](double radius2, std::vector<float>& x_temp, std::vector<float>& y_temp,
+          std::vector<float>& z_temp) {
+        return cylinder_pass_direct(radius2, no_atoms, x, y, z, no_pt_ph, o_pts, grid_ph, tables,
+                                    x_temp, y_temp, z_temp);
+      });
 }
 
 }  // namespace vorn::detail

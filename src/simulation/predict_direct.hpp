@@ -6,6 +6,7 @@
 #pragma once
 
 #include <array>
+#include <functional>
 #include <vector>
 
 #include "driver/settings.hpp"
@@ -75,6 +76,24 @@ PassSums cylinder_pass_direct(double radius2, int no_atoms, const std::vector<do
 void combine_alignment(const Settings& settings, double max_obstruction, int no_add_orient,
                        int no_add_ph_orient, int o_pts, const Grid& grid_ph, const PassSums* wall,
                        const PassSums* cylinder, const double saupe_dev[5], double saupe_weight[5]);
+
+// The frame of the whole simulation around the two passes: input checks,
+// working storage, the choice of passes by medium, and the combination. The
+// passes receive the working projections (owned here) and return their sums;
+// `wall` gets (radius, max_obstruction, x_temp, pot_dist), `cylinder` gets
+// (radius2, x_temp, y_temp, z_temp).
+using WallPass = std::function<PassSums(double radius, double max_obstruction,
+                                        std::vector<float>& x_temp, std::vector<float>& pot_dist)>;
+using CylinderPass =
+    std::function<PassSums(double radius2, std::vector<float>& x_temp, std::vector<float>& y_temp,
+                           std::vector<float>& z_temp)>;
+void simulate_with_passes(const Settings& settings, double max_obstruction, int no_atoms,
+                          int no_add_orient, int no_add_ph_orient, const std::vector<double>& x,
+                          const std::vector<double>& y, const std::vector<double>& z, int t_pts,
+                          int no_pt_ph, int o_pts, const Grid& grid, const Grid& grid_ph,
+                          const OrientationTables& tables, const double saupe_dev[5],
+                          double saupe_weight[5], const WallPass& wall,
+                          const CylinderPass& cylinder);
 
 // simulate_alignment3 with the direct contact test.
 void simulate_alignment3_direct(const Settings& settings, double max_obstruction, int no_atoms,
