@@ -24,8 +24,7 @@ inline test::Input bytes(const uint8_t* data, size_t size) {
 
 // Writes the bytes to a per-process scratch file and returns its name.
 inline std::string to_file(const uint8_t* data, size_t size, const char* tag) {
-  const std::string name =
-      "/tmp/vorn_fuzz_" + std::to_string(getpid()) + "_" + tag;
+  const std::string name = "/tmp/vorn_fuzz_" + std::to_string(getpid()) + "_" + tag;
   FILE* f = std::fopen(name.c_str(), "wb");
   if (f != nullptr) {
     if (size > 0) std::fwrite(data, 1, size, f);

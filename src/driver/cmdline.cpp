@@ -71,5 +71,4 @@ void Aufruf_Check(int noS_files, int noI_files, void (*error_out)(const std::str
   error_out("\n");
 }
 
-
 }  // namespace vorn

@@ -21,5 +21,4 @@ int read_flags(int inputc, const char* const* input, int& flag_ok, int flags[kOp
 // text on out and calls error_out with a bare line feed.
 void Aufruf_Check(int noS_files, int noI_files, void (*error_out)(const std::string&), FILE* out);
 
-
 }  // namespace vorn

@@ -12,8 +12,14 @@ struct AtomArrays {
   std::vector<int> atom, aa, atomno, res_nr;
 
   AtomArrays()
-      : x(kAtomSlots), y(kAtomSlots), z(kAtomSlots), mass(kAtomSlots),
-        atom(kAtomSlots), aa(kAtomSlots), atomno(kAtomSlots), res_nr(kAtomSlots) {}
+      : x(kAtomSlots),
+        y(kAtomSlots),
+        z(kAtomSlots),
+        mass(kAtomSlots),
+        atom(kAtomSlots),
+        aa(kAtomSlots),
+        atomno(kAtomSlots),
+        res_nr(kAtomSlots) {}
 };
 
 }  // namespace vorn

@@ -207,8 +207,9 @@ TEST(FatalUtilities, NerrorDateiHasThreeRs) {
     nerror_datei("x.pdb");
     FAIL();
   } catch (const FatalError& e) {
-    EXPECT_EQ(e.text(),
-              "run-time errror...\n'x.pdb' - There is no such file!\n...now exiting to system...\n");
+    EXPECT_EQ(
+        e.text(),
+        "run-time errror...\n'x.pdb' - There is no such file!\n...now exiting to system...\n");
   }
 }
 
