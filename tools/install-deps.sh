@@ -1,0 +1,31 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that VORN's front ends build on, beyond the
+# preinstalled toolchain (g++, CMake, Ninja, GoogleTest, Google Benchmark).
+# Runs apt-get directly as root, through sudo otherwise; packages already
+# present are left as they are.
+set -euo pipefail
+
+packages=(
+  gemmi-dev          # structure reading (PDB, mmCIF), header-only
+  tao-pegtl-dev      # mmCIF parser used by gemmi
+  zlib1g-dev         # gzipped input
+  libstb-dev         # gemmi selections and writers
+  libcli11-dev       # modern command line
+  nlohmann-json3-dev # JSON output
+  libfmt-dev         # formatting of the modern output
+  libxml2-utils      # xmllint: the plot test checks the SVG
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed'; then
+    missing+=("$p")
+  fi
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+sudo_cmd=()
+if [ "$(id -u)" -ne 0 ]; then sudo_cmd=(sudo); fi
+export DEBIAN_FRONTEND=noninteractive
+"${sudo_cmd[@]}" apt-get update -qq
+"${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
