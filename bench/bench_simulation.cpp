@@ -23,18 +23,19 @@
 #include <string>
 #include <vector>
 
-#include "driver/cmdline.hpp"
-#include "driver/config.hpp"
-#include "driver/io.hpp"
-#include "driver/settings.hpp"
-#include "molecule/atoms.hpp"
-#include "molecule/pdb_reader.hpp"
-#include "molecule/selection.hpp"
+#include "classic/atoms.hpp"
+#include "classic/cmdline.hpp"
+#include "classic/config.hpp"
+#include "classic/io.hpp"
+#include "classic/limits.hpp"
+#include "classic/pdb_reader.hpp"
+#include "classic/selection.hpp"
 #include "simulation/frame.hpp"
 #include "simulation/grid.hpp"
 #include "simulation/orientation.hpp"
 #include "simulation/predict_direct.hpp"
 #include "simulation/predict_fast.hpp"
+#include "vorn/settings.hpp"
 
 namespace {
 
@@ -86,16 +87,19 @@ std::unique_ptr<Inputs> prepare(const std::string& pdb, const std::string& auto_
                                  min_radius);
   double final_distance = 0.0;
   double final_distance_ph = 0.0;
+  // The listings and warnings of the engine are dropped; the caps are the
+  // classic program's.
+  const vorn::Log quiet;
   in->t_pts = vorn::setup_model(s, s.concentration, s.ellipticity, min_radius + s.atom_radius,
                                 max_radius + s.atom_radius, s.max_obs_dim, s.liquid_type,
                                 s.grid_type, s.grid_spacing, in->grid, in->no_pt_ph, in->grid_ph,
-                                final_distance, final_distance_ph, sink);
-  in->o_pts = vorn::grid_orientation_sampling(s, s.dig_theta, s.dig_phi, s.dig_psi,
-                                              in->tables.eulerangle, sink);
+                                final_distance, final_distance_ph, quiet, vorn::kGridSlots - 1);
+  in->o_pts = vorn::grid_orientation_sampling(
+      s, s.dig_theta, s.dig_phi, s.dig_psi, in->tables.eulerangle, quiet, vorn::kOrientationLimit);
   vorn::calculate_scaling(s, in->o_pts, final_distance, final_distance_ph, s.max_obs_dim,
                           in->no_add, in->no_add_ph);
-  vorn::setup_lists(s, in->o_pts, in->tables, sink);
-  vorn::check_Saupe_uniformity(s, in->o_pts, in->tables, in->saupe_dev, sink);
+  vorn::setup_lists(s, in->o_pts, in->tables, quiet);
+  vorn::check_Saupe_uniformity(s, in->o_pts, in->tables, in->saupe_dev, quiet);
   std::fclose(sink);
   return in;
 }

@@ -7,9 +7,9 @@
 #include <fstream>
 #include <string>
 
-#include "driver/io.hpp"
-#include "molecule/atoms.hpp"
-#include "molecule/nsc.hpp"
+#include "classic/atoms.hpp"
+#include "classic/io.hpp"
+#include "classic/selection.hpp"
 
 namespace {
 

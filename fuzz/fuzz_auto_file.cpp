@@ -1,8 +1,8 @@
 // Fuzzes the auto-file reader and the derived medium parameters.
 #include <cstdint>
 
-#include "driver/config.hpp"
-#include "driver/fatal.hpp"
+#include "classic/config.hpp"
+#include "core/fatal.hpp"
 #include "fuzz_support.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

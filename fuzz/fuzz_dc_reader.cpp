@@ -2,8 +2,8 @@
 // coupling files on a small fixed molecule.
 #include <cstdint>
 
-#include "couplings/dc_file.hpp"
-#include "driver/fatal.hpp"
+#include "classic/dc_file.hpp"
+#include "core/fatal.hpp"
 #include "fuzz_support.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

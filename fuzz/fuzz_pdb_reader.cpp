@@ -1,9 +1,9 @@
 // Fuzzes the coordinate reader with arbitrary file contents.
 #include <cstdint>
 
-#include "driver/fatal.hpp"
+#include "classic/pdb_reader.hpp"
+#include "core/fatal.hpp"
 #include "fuzz_support.hpp"
-#include "molecule/pdb_reader.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static vorn::AtomArrays atoms;

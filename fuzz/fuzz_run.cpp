@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "driver/run.hpp"
+#include "classic/run.hpp"
 #include "fuzz_support.hpp"
 
 namespace {

@@ -2,9 +2,9 @@
 // to keep) on a small molecule; the first byte picks the selection mode.
 #include <cstdint>
 
-#include "driver/fatal.hpp"
+#include "classic/selection.hpp"
+#include "core/fatal.hpp"
 #include "fuzz_support.hpp"
-#include "molecule/selection.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;

@@ -3,9 +3,9 @@
 #include "fit/compare.hpp"
 
 #include <cmath>
-#include <cstdio>
 #include <vector>
 
+#include "couplings/classic_types.hpp"
 #include "fit/nr_special.hpp"
 
 namespace vorn {
@@ -38,32 +38,20 @@ double findD(double xIJ_temp, double yIJ_temp, double zIJ_temp, double diVal,
   return dVal * diVal;
 }
 
-void comp_meas_pred(const double saupe[5], int nodc, const CouplingArrays& couplings, FILE* out) {
-  const std::vector<int>& residue = couplings.dc_res;
-  const std::vector<double>& dc = couplings.dc;
-  const std::vector<int>& dcmax_ind = couplings.dcmax;
-
+ClassicComparison compare_couplings(const double saupe[5],
+                                    std::span<const ClassicCoupling> couplings) {
   // Single-precision working arrays, used from index 1, sized to the number
-  // of couplings rather than a fixed 399 so that every coupling is compared.
-  const int slots = static_cast<int>(dc.size()) - 1;
-  const int count = nodc < 0 ? 0 : (nodc > slots ? slots : nodc);
+  // of couplings so that every coupling is compared.
+  const int count = static_cast<int>(couplings.size());
   std::vector<float> predicted(count + 1, 0.0f);
   std::vector<float> dc_te(count + 1, 0.0f);
   std::vector<float> pred_te(count + 1, 0.0f);
   std::vector<float> sig_te(count + 1, 0.0f);
 
-  std::fprintf(out,
-               "\nComparison of predicted residual dipolar couplings with measured ones [Hz]\n");
-  std::fprintf(out, "==========================================================================\n");
-  // With fewer than three measured entries the statistics end the run below;
-  // the heading must be out before that.
-  std::fflush(out);
-
   for (int i = 1; i <= count; ++i) {
-    const int type = dcmax_ind[i];
-    const float diVal = static_cast<float>(maxDIPCOUP[type] * radiusInCubeDCTypes[type]);
-    predicted[i] = static_cast<float>(
-        findD(couplings.coor_x[i], couplings.coor_y[i], couplings.coor_z[i], diVal, saupe));
+    const ClassicCoupling& c = couplings[i - 1];
+    const float diVal = static_cast<float>(maxDIPCOUP[c.type] * radiusInCubeDCTypes[c.type]);
+    predicted[i] = static_cast<float>(findD(c.vector.x, c.vector.y, c.vector.z, diVal, saupe));
   }
 
   // Statistics on the N-H scale over the entries with a measured value.
@@ -72,11 +60,11 @@ void comp_meas_pred(const double saupe[5], int nodc, const CouplingArrays& coupl
   double sum_meas2 = 0.0;
   int k = 0;
   for (int i = 1; i <= count; ++i) {
-    if (dc[i] < kNotMeasured) {
-      const int type = dcmax_ind[i];
+    const ClassicCoupling& c = couplings[i - 1];
+    if (c.value_hz < kNotMeasured) {
       k += 1;
-      dc_te[k] = static_cast<float>(dc[i] / dcNORMFACTORS[type]);
-      pred_te[k] = static_cast<float>(predicted[i] / dcNORMFACTORS[type]);
+      dc_te[k] = static_cast<float>(c.value_hz / dcNORMFACTORS[c.type]);
+      pred_te[k] = static_cast<float>(predicted[i] / dcNORMFACTORS[c.type]);
       sig_te[k] = 0.0f;
       sum_meas2 += dc_te[k] * dc_te[k];
       const float difference = pred_te[k] - dc_te[k];
@@ -84,50 +72,28 @@ void comp_meas_pred(const double saupe[5], int nodc, const CouplingArrays& coupl
       diff_dc_sum2 += difference * difference;
     }
   }
-  const int nodc_meas = k;
+  ClassicComparison result;
+  result.measured = k;
 
   // Population spread of the differences about their mean: a constant offset
   // between prediction and measurement does not count (deliberate).
-  [[maybe_unused]] const double diff_dc_mean = diff_dc_sum / nodc_meas;
-  const double diff_dc_var = (diff_dc_sum2 - diff_dc_sum * diff_dc_sum / nodc_meas) / nodc_meas;
-  const float rmsd = static_cast<float>(std::sqrt(diff_dc_var));
-  double Q_dip = 0.0;
-  if (sum_meas2 != 0.0) Q_dip = std::sqrt(diff_dc_sum2 / sum_meas2);
+  const double diff_dc_var = (diff_dc_sum2 - diff_dc_sum * diff_dc_sum / k) / k;
+  result.rmsd = static_cast<float>(std::sqrt(diff_dc_var));
+  if (sum_meas2 != 0.0) result.q = std::sqrt(diff_dc_sum2 / sum_meas2);
 
-  // With fewer than three measured entries this ends the run through the
-  // betacf error; no guard, by design.
-  float r_stat = 0.0f;
+  // With fewer than three measured entries this throws through the betacf
+  // error; no guard, by design.
   float prob_stat = 0.0f;
   float z_stat = 0.0f;
-  pearsn(dc_te.data(), pred_te.data(), nodc_meas, r_stat, prob_stat, z_stat);
+  pearsn(dc_te.data(), pred_te.data(), k, result.r, prob_stat, z_stat);
 
-  std::fprintf(out, "[statistics over all dipolar couplings normalized to 1D(NH)]\n");
-  std::fprintf(out, "rmsd: %.2f [Hz]   corr r = %.2f   Q = %.2f\n", rmsd, r_stat, Q_dip);
-
-  float offset = 0.0f;
-  float slope = 0.0f;
-  float siga = 0.0f;
-  float sigb = 0.0f;
   float chi2 = 0.0f;
   float q = 0.0f;
-  fit(dc_te.data(), pred_te.data(), nodc_meas, sig_te.data(), 0, offset, slope, siga, sigb, chi2,
-      q);
-  std::fprintf(out, "linear regression:      ");
-  std::fprintf(out, "offset:\t%.2f +/- %.2f [Hz]  slope: %.2f +/- %.2f\n", offset, siga, slope,
-               sigb);
-  std::fprintf(out, "\n");
+  fit(dc_te.data(), pred_te.data(), k, sig_te.data(), 0, result.offset, result.slope,
+      result.offset_sd, result.slope_sd, chi2, q);
 
-  std::fprintf(out, "resid  [DC type]    predicted    measured     pred. - meas.\n");
-  std::fprintf(out, "-----  ---------    ---------    --------     -------------\n");
-  for (int i = 1; i <= count; ++i) {
-    if (dc[i] >= kNotMeasured) {
-      std::fprintf(out, "%d        [%d]        p: %8.2f   m:     --      diff:    --\n", residue[i],
-                   dcmax_ind[i], predicted[i]);
-    } else {
-      std::fprintf(out, "%d        [%d]        p: %8.2f   m:%8.2f     diff:%7.2f\n", residue[i],
-                   dcmax_ind[i], predicted[i], dc[i], predicted[i] - dc[i]);
-    }
-  }
+  result.predicted.assign(predicted.begin() + 1, predicted.end());
+  return result;
 }
 
 }  // namespace vorn

@@ -7,7 +7,7 @@
 
 #include <cmath>
 
-#include "driver/fatal.hpp"
+#include "core/fatal.hpp"
 
 namespace vorn {
 

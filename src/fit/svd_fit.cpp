@@ -3,12 +3,12 @@
 #include "fit/svd_fit.hpp"
 
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <new>
 #include <vector>
 
-#include "driver/fatal.hpp"
+#include "core/fatal.hpp"
+#include "couplings/classic_types.hpp"
 #include "fit/dsvdc.hpp"
 #include "fit/nr_special.hpp"
 
@@ -49,31 +49,29 @@ bool outside_experimental_range(double predicted, float dc, float e) {
   return predicted > upper || predicted < lower;
 }
 
-int setup_svd(const Settings& settings, int no_dcs, const CouplingArrays& couplings,
-              FitRows& rows) {
+int setup_svd(double nherror, std::span<const ClassicCoupling> couplings, FitRows& rows) {
   rows = FitRows{};
-  const int slots = static_cast<int>(couplings.dc.size()) - 1;
-  const int last = no_dcs > slots ? slots : no_dcs;
   int m = 0;
-  for (int i = 1; i <= last; ++i) {
+  for (const ClassicCoupling& c : couplings) {
     // Strictly below 1000.0: larger values and NaN are left out.
-    if (!(couplings.dc[i] < kNotMeasured)) continue;
-    const int type = couplings.dcmax[i];
-    rows.x1.push_back(static_cast<float>(couplings.coor_x[i]));
-    rows.y1.push_back(static_cast<float>(couplings.coor_y[i]));
-    rows.z1.push_back(static_cast<float>(couplings.coor_z[i]));
+    if (!(c.value_hz < kNotMeasured)) continue;
+    const int type = c.type;
+    rows.x1.push_back(static_cast<float>(c.vector.x));
+    rows.y1.push_back(static_cast<float>(c.vector.y));
+    rows.z1.push_back(static_cast<float>(c.vector.z));
     rows.x2.push_back(0.0f);
     rows.y2.push_back(0.0f);
     rows.z2.push_back(0.0f);
-    rows.dc2.push_back(static_cast<float>(couplings.dc[i]));
+    rows.dc2.push_back(static_cast<float>(c.value_hz));
     rows.dcmax_val.push_back(static_cast<float>(maxDIPCOUP[type] * radiusInCubeDCTypes[type]));
-    rows.error.push_back(static_cast<float>(std::fabs(settings.nherror / dcNORMFACTORS[type])));
+    rows.error.push_back(static_cast<float>(std::fabs(nherror / dcNORMFACTORS[type])));
     ++m;
   }
   return m;
 }
 
-int svd_simple(int m_all, const FitRows& rows, double saupe[5], FILE* out) {
+int svd_simple(int m_all, const FitRows& rows, ClassicSvdFit& result) {
+  result = ClassicSvdFit{};
   // Never read past the rows that exist.
   int m = m_all;
   if (m > static_cast<int>(rows.dc2.size())) m = static_cast<int>(rows.dc2.size());
@@ -124,7 +122,7 @@ int svd_simple(int m_all, const FitRows& rows, double saupe[5], FILE* out) {
     ++kept;
   }
   m = kept;
-  std::fprintf(out, "# of DC: %ld\n", static_cast<long>(m));
+  result.rows = m;
   for (int i = 0; i < m; ++i) dip_ok[i] = 1;
 
   // Design matrix, column-major with leading dimension m. The squares go
@@ -164,7 +162,7 @@ int svd_simple(int m_all, const FitRows& rows, double saupe[5], FILE* out) {
     integer info = 0;
     dsvdc_(a.data(), &ldx, &n, &p, w.data(), error.data(), u.data(), &ldu, v.data(), &ldv,
            work_loc.data(), &job, &info);
-    if (info != 0) std::fprintf(out, "svd barfed, info %ld\n", static_cast<long>(info));
+    result.info = static_cast<long>(info);
   }
 
   // Rebuild the design matrix that the decomposition destroyed.
@@ -189,8 +187,7 @@ int svd_simple(int m_all, const FitRows& rows, double saupe[5], FILE* out) {
   for (int j = 0; j < kUnknowns; ++j)
     if (w[j] == 0.0) ++sing;
   // Compared with the difference between rows and unknowns, as it always was.
-  if (std::abs(kUnknowns - m) < sing)
-    std::fprintf(out, " the a matrix is singular above expactation\n");
+  result.singular = std::abs(kUnknowns - m) < sing;
 
   // Right-hand side in units of each row's maximal coupling.
   for (int i = 0; i < m; ++i) no[i] = 0;
@@ -224,6 +221,7 @@ int svd_simple(int m_all, const FitRows& rows, double saupe[5], FILE* out) {
   order[8] = x[1];
 
   int ok_k = order_in_range(order.data()) ? 1 : 0;
+  result.order_in_range = ok_k == 1;
 
   if (ok_k == 1) {
     // Back-calculated couplings in Hz, listed when outside dc +/- e.
@@ -232,7 +230,6 @@ int svd_simple(int m_all, const FitRows& rows, double saupe[5], FILE* out) {
       for (int j = 0; j < kUnknowns; ++j) sum += a[i + j * rows_n] * x[j];
       work_loc[i] = sum * t[i];
     }
-    std::fprintf(out, "Predicted residual dipolar couplings not within the experimental range:\n");
     for (int i = 0; i < m; ++i) {
       if (outside_experimental_range(work_loc[i], dc[i], e[i])) {
         ok_k = 0;  // NOLINT(clang-analyzer-deadcode.DeadStores): the fit runs once
@@ -240,18 +237,13 @@ int svd_simple(int m_all, const FitRows& rows, double saupe[5], FILE* out) {
         // The two '>' are printed whatever the side of the violation.
         const float upper = dc[i] + e[i];
         const float lower = dc[i] - e[i];
-        std::fprintf(out, "%ld: %f  %f  %f  >  %f  >  %f\n", static_cast<long>(i), dip[i], dc[i],
-                     upper, work_loc[i], lower);
+        result.outside.push_back({i, dip[i], dc[i], upper, lower, work_loc[i]});
         dip_ok[i] = 0;
       }
     }
   }
 
-  saupe[0] = order[8];
-  saupe[1] = order[0] - order[4];
-  saupe[2] = order[1];
-  saupe[3] = order[2];
-  saupe[4] = order[5];
+  result.saupe = {order[8], order[0] - order[4], order[1], order[2], order[5]};
   return m;
 }
 

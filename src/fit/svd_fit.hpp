@@ -1,12 +1,11 @@
 // Fit of the alignment tensor to the measured couplings by singular value
-// decomposition.
+// decomposition, as the classic program does it.
 #pragma once
 
-#include <cstdio>
+#include <span>
 #include <vector>
 
-#include "couplings/dc_file.hpp"
-#include "driver/settings.hpp"
+#include "vorn/classic.hpp"
 
 namespace vorn {
 
@@ -15,8 +14,9 @@ struct FitRows {
   std::vector<float> x1, y1, z1, x2, y2, z2, dc2, dcmax_val, error;
 };
 
-// Writes one row per coupling below 1000.0 Hz; returns the row count.
-int setup_svd(const Settings& settings, int no_dcs, const CouplingArrays& couplings, FitRows& rows);
+// Writes one row per coupling below 1000.0 Hz; returns the row count. The
+// error of a row is nherror on the row's own scale.
+int setup_svd(double nherror, std::span<const ClassicCoupling> couplings, FitRows& rows);
 
 // Physical range of a fitted order matrix (row by row, 9 values): every
 // diagonal element within [-0.5, 1.0] and the elements (y,x), (z,x), (z,y)
@@ -27,7 +27,9 @@ bool order_in_range(const double order[9]);
 // strictly below dc - e (both bounds formed in single precision).
 bool outside_experimental_range(double predicted, float dc, float e);
 
-// Fits the five Saupe elements to rows 0..m_all-1; returns the rows used.
-int svd_simple(int m_all, const FitRows& rows, double saupe[5], FILE* out);
+// Fits the five Saupe elements to rows 0..m_all-1 into result (rows used,
+// decomposition status, singularity, range check, the rows outside their
+// experimental range, the elements); returns the rows used.
+int svd_simple(int m_all, const FitRows& rows, ClassicSvdFit& result);
 
 }  // namespace vorn

@@ -4,19 +4,12 @@
 #include <array>
 #include <cstddef>
 #include <cstdio>
+#include <functional>
 #include <vector>
 
-#include "driver/io.hpp"
-#include "molecule/atoms.hpp"
+#include "vorn/log.hpp"
 
 namespace vorn {
-
-// Reduces the atoms 1..no_atom to the solvent-exposed ones; 0 on success,
-// 1 when the surface method failed (after printing "error occured").
-int routine_calling_NSC(int& no_atom, AtomArrays& atoms, Io& io);
-
-// Van der Waals radius used for the surface: 1.8 for type 323, else 1.4.
-float get_radius(int atomtype);
 
 // ---------------------------------------------------------------------------
 // Surface method (nsc).
@@ -43,7 +36,22 @@ struct Neighb {
 // pointer is null is skipped. Returns 0 on success, 1 on failure.
 int nsc_dclm(const double* co, const double* radius, int nat, int densit, int mode,
              double& value_of_area, std::vector<double>* at_area, double* value_of_vol,
-             std::vector<double>* lidots, int* nu_dots, const Io& io);
+             std::vector<double>* lidots, int* nu_dots, const Log& log);
+
+// Rule deciding from a sphere's accessible area whether the sphere counts as
+// exposed: rule(sphere, area). It must be false below some area and true at
+// and above it (non-decreasing in the area) for every sphere.
+using NscAreaRule = std::function<bool(std::size_t sphere, double area)>;
+
+// Decision form of the per-sphere areas of nsc_dclm: exposed[i] is 1 when
+// rule(i, area_i) holds, area_i being bit for bit the area nsc_dclm returns
+// for sphere i with the same arguments, else 0. The areas themselves are not
+// computed: each sphere's dots are examined only until the decision is
+// certain. Same dot set, messages and return value as nsc_dclm (0, or 1
+// after the report of an empty list or a failed dot set). Allocation failure
+// throws std::bad_alloc.
+int nsc_exposed_spheres(const double* co, const double* radius, int nat, int densit,
+                        const NscAreaRule& rule, std::vector<char>& exposed, const Log& log);
 
 // Generator code for a requested density: 10 (icosahedron arcs) or 9
 // (icosahedron completed to a dodecahedron), whichever needs fewer dots.
@@ -53,12 +61,12 @@ int unsp_type(int densit);
 // for a negative mode the dots are also sorted into cubus cells per axis
 // (cubus <= 0: chosen from the dot count). Stores the dot count in num_dot.
 // Returns 0, or 1 with a warning for an unknown mode.
-int make_unsp(int densit, int mode, int& num_dot, int cubus, const Io& io);
+int make_unsp(int densit, int mode, int& num_dot, int cubus, const Log& log);
 
 // Unit-sphere dot sets: xus receives 3 doubles per dot; the dot count
 // (10*tl^2+2 or 30*tl^2+2) is returned.
-int ico_dot_arc(int densit, std::vector<double>& xus, const Io& io);
-int ico_dot_dod(int densit, std::vector<double>& xus, const Io& io);
+int ico_dot_arc(int densit, std::vector<double>& xus, const Log& log);
+int ico_dot_dod(int densit, std::vector<double>& xus, const Log& log);
 
 // The 12 vertices of the unit icosahedron, 3 doubles each.
 void icosaeder_vertices(std::array<double, 36>& xus);
@@ -67,23 +75,23 @@ void icosaeder_vertices(std::array<double, 36>& xus);
 // vector 2 (same length as vector 1). Returns 0, or 1 after reporting a
 // degenerate input (the result is then vector 1 unchanged).
 int divarc(double x1, double y1, double z1, double x2, double y2, double z2, int div1, int div2,
-           double& xr, double& yr, double& zr, const Io& io);
+           double& xr, double& yr, double& zr, const Log& log);
 
 // Arcsine of f for |f| < 1; pi/2 otherwise (reported when |f| - 1 <= 0.001).
-double safe_asin(double f, const Io& io);
+double safe_asin(double f, const Log& log);
 
-// Error and warning blocks of the surface method on io.err. Neither stops
-// the program; warning also flushes io.out and io.err.
-void error(const Io& io, int line, const char* file, const char* fmt, ...)
+// Error and warning blocks of the surface method, handed to log.warn.
+// Neither stops the computation; warning also asks the log to flush.
+void error(const Log& log, int line, const char* file, const char* fmt, ...)
     __attribute__((format(printf, 4, 5)));
-void warning(const Io& io, int line, const char* file, const char* fmt, ...)
+void warning(const Log& log, int line, const char* file, const char* fmt, ...)
     __attribute__((format(printf, 4, 5)));
 
 // Zeroed allocation and reallocation (release with std::free); a failure is
 // reported through error() naming the caller's file and line, and gives null.
-void* mycalloc(const Io& io, const char* filename, int linenr, std::size_t nelem,
+void* mycalloc(const Log& log, const char* filename, int linenr, std::size_t nelem,
                std::size_t elsize);
-void* myrealloc(const Io& io, const char* filename, int linenr, void* ptr, std::size_t size);
+void* myrealloc(const Log& log, const char* filename, int linenr, void* ptr, std::size_t size);
 
 // Read-only view of the cached dot set (the only state kept between calls).
 struct NscDotCache {

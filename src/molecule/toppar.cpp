@@ -206,42 +206,24 @@ const std::unordered_map<std::string_view, int>& residue_table() {
   return table;
 }
 
-// A null name is looked up as the empty name (unknown) rather than crashing.
-const char* safe_name(const char* name) { return name != nullptr ? name : ""; }
-
 }  // namespace
 
-int get_atom_type_index(const char* name, FILE* out) {
-  name = safe_name(name);
+int atom_type_index(std::string_view name) {
   const auto& table = atom_table();
-  const auto found = table.find(std::string_view(name));
-  if (found == table.end()) {
-    std::fprintf(out, "There is a atom of unknown type: %s\n", name);
-    return kUnknownName;
-  }
-  return found->second.index;
+  const auto found = table.find(name);
+  return found == table.end() ? kUnknownName : found->second.index;
 }
 
-int get_aa_index(const char* name, FILE* out) {
-  name = safe_name(name);
+int residue_type_index(std::string_view name) {
   const auto& table = residue_table();
-  const auto found = table.find(std::string_view(name));
-  if (found == table.end()) {
-    std::fprintf(out, "There is a residue of unknown type: %s\n", name);
-    return kUnknownName;
-  }
-  return found->second;
+  const auto found = table.find(name);
+  return found == table.end() ? kUnknownName : found->second;
 }
 
-float return_mass(const char* name, FILE* out) {
-  name = safe_name(name);
+float atom_type_mass(std::string_view name) {
   const auto& table = atom_table();
-  const auto found = table.find(std::string_view(name));
-  if (found == table.end()) {
-    std::fprintf(out, "There is a atom of unknown type: %s\n", name);
-    return 0.0F;
-  }
-  return found->second.mass;
+  const auto found = table.find(name);
+  return found == table.end() ? 0.0F : found->second.mass;
 }
 
 }  // namespace vorn

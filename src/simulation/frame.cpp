@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstddef>
 
-#include "driver/fatal.hpp"
+#include "core/fatal.hpp"
 
 namespace vorn {
 

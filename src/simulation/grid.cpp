@@ -1,8 +1,9 @@
 #include "simulation/grid.hpp"
 
 #include <cmath>
+#include <limits>
 
-#include "driver/fatal.hpp"
+#include "core/fatal.hpp"
 
 namespace vorn {
 
@@ -12,29 +13,29 @@ namespace {
 // that a value no int can hold is caught before it becomes a count.
 double grid_steps(double length, double spacing) { return std::trunc(length / spacing); }
 
-// A one-dimensional grid whose highest index is `steps` must fit the
-// kGridSlots points (indices 0..kGridSlots-1) of the grids and of the
-// simulation's per-position tables. A count that is not a number or
-// negative (which only an empty atom set produces) cannot describe a grid.
-int checked_last_index(double steps) {
+// The highest index of a one-dimensional grid: at most the caller's cap
+// (and an int). A count that is not a number or negative (which only an
+// empty atom set produces) cannot describe a grid.
+int checked_last_index(double steps, int max_index) {
   if (std::isnan(steps) || steps < 0.0) {
     nerror("No grid points ...");
   }
-  if (steps > kGridSlots - 1) {
+  if (steps > max_index || steps > std::numeric_limits<int>::max() - 1) {
     nerror("Too many grid points ...");
   }
   return static_cast<int>(steps);
 }
 
-void ensure_slots(Grid& grid) {
-  if (grid.size() < static_cast<std::size_t>(kGridSlots)) {
-    grid.resize(kGridSlots, GridPoint{});
+// The grid holds at least the points 0..last.
+void ensure_slots(Grid& grid, int last) {
+  if (grid.size() < static_cast<std::size_t>(last) + 1) {
+    grid.resize(static_cast<std::size_t>(last) + 1, GridPoint{});
   }
 }
 
 // Two-dimensional sheet, filled from index 1; the simulation does not use it
-// (it runs for the one-dimensional grid only), so a sheet larger than the
-// storage is counted in full while only the points that fit are stored.
+// (it runs for the one-dimensional grid only), so the sheet is counted in
+// full while only the points that fit the grid as given are stored.
 int make_sheet(double s_l_ratio, double max_protein_length, double max_obstruction, double spacing,
                Grid& grid) {
   const double A = max_obstruction * s_l_ratio + max_protein_length;
@@ -53,12 +54,12 @@ int make_sheet(double s_l_ratio, double max_protein_length, double max_obstructi
   }
   const int nA = static_cast<int>(steps_a);
   const int nB = static_cast<int>(steps_b);
-  ensure_slots(grid);
+  const std::size_t slots = grid.size();
   int no_pt = 0;
   for (int i = 0; i <= nA; ++i) {
     for (int j = 0; j <= nB; ++j) {
       no_pt += 1;
-      if (no_pt < kGridSlots) {
+      if (static_cast<std::size_t>(no_pt) < slots) {
         grid[no_pt][1] = A - i * spacing;
         grid[no_pt][2] = B - j * spacing;
         grid[no_pt][3] = 0.0;
@@ -82,16 +83,17 @@ void fill_line(double d0, double spacing, int last, Grid& grid) {
 int setup_model(const Settings& settings, double /*conc_ratio*/, double s_l_ratio,
                 double min_protein_length, double max_protein_length, double max_obstruction,
                 int liquid_flag, int grid_flag, double spacing, Grid& grid, int& no_pt_ph,
-                Grid& grid_ph, double& final_distance, double& final_distance_ph, FILE* out) {
+                Grid& grid_ph, double& final_distance, double& final_distance_ph, const Log& log,
+                int max_grid_index) {
   return make_grid(settings, s_l_ratio, min_protein_length, max_protein_length, max_obstruction,
                    grid_flag, liquid_flag, spacing, grid, no_pt_ph, grid_ph, final_distance,
-                   final_distance_ph, out);
+                   final_distance_ph, log, max_grid_index);
 }
 
 int make_grid(const Settings& settings, double s_l_ratio, double min_protein_length,
               double max_protein_length, double max_obstruction, int grid_flag, int liquid_flag,
               double spacing, Grid& grid, int& no_pt_ph, Grid& grid_ph, double& final_distance,
-              double& final_distance_ph, FILE* out) {
+              double& final_distance_ph, const Log& log, int max_grid_index) {
   if (grid_flag == 1) {
     return make_sheet(s_l_ratio, max_protein_length, max_obstruction, spacing, grid);
   }
@@ -108,20 +110,20 @@ int make_grid(const Settings& settings, double s_l_ratio, double min_protein_len
 
   int t_pts = 0;  // phage alone: no wall grid, count 0
   if (bicelle) {
-    const int n = checked_last_index(grid_steps(length, spacing));
-    ensure_slots(grid);
+    const int n = checked_last_index(grid_steps(length, spacing), max_grid_index);
+    ensure_slots(grid, n);
     fill_line(d0, spacing, n, grid);
     final_distance = grid[n][1];
     t_pts = n;
   }
   if (phage) {
-    const int m = checked_last_index(grid_steps(length, spacing));
-    ensure_slots(grid_ph);
+    const int m = checked_last_index(grid_steps(length, spacing), max_grid_index);
+    ensure_slots(grid_ph, m);
     fill_line(d0, spacing, m, grid_ph);
     if (settings.debug != 0) {
       for (int i = 0; i <= m; ++i) {
-        std::fprintf(out, "@@ grid_setup  pt[%d]:  %.1f    %.1f    %.1f\n", i, grid_ph[i][1],
-                     grid_ph[i][2], grid_ph[i][3]);
+        log.list(format("@@ grid_setup  pt[%d]:  %.1f    %.1f    %.1f\n", i, grid_ph[i][1],
+                        grid_ph[i][2], grid_ph[i][3]));
       }
     }
     // The final distance is taken from the wall grid, which equals the

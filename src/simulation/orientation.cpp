@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <limits>
 
-#include "driver/fatal.hpp"
+#include "core/fatal.hpp"
 
 namespace vorn {
 
@@ -48,20 +48,21 @@ int phi_step_count(double temp2) {
 }
 
 int grid_orientation_sampling(const Settings& settings, int digit_theta, int digit_phi,
-                              int digit_psi, std::vector<EulerAngle>& angle, FILE* out) {
+                              int digit_psi, std::vector<EulerAngle>& angle, const Log& log,
+                              int orientation_limit) {
   const double inc_theta = 180.0 / digit_theta;
   const double inc_psi = 360.0 / digit_psi;
   const double off_theta = inc_theta / 2;
 
   // Size the table to what the sampling needs (at most up to the limit).
   long long needed = 0;
-  for (int i = 0; i < digit_theta && needed < kOrientationLimit; ++i) {
+  for (int i = 0; i < digit_theta && needed < orientation_limit; ++i) {
     const double theta = i * inc_theta + off_theta;
     needed +=
         static_cast<long long>(std::max(phi_steps(theta, digit_phi), 0)) * std::max(digit_psi, 0);
   }
   angle.assign(1, EulerAngle{});
-  angle.reserve(static_cast<std::size_t>(std::min<long long>(needed, kOrientationLimit)) + 1);
+  angle.reserve(static_cast<std::size_t>(std::min<long long>(needed, orientation_limit)) + 1);
 
   int m = 0;
   for (int i = 0; i < digit_theta; ++i) {
@@ -70,12 +71,12 @@ int grid_orientation_sampling(const Settings& settings, int digit_theta, int dig
     // A band without phi steps gives an infinite increment, only printed.
     const double inc_phi_opt = 360.0 / digit_phi_opt;
     if (settings.debug != 0) {
-      std::fprintf(out, "digit_phi_opt: %d    inc_phi_opt: %.1f\n", digit_phi_opt, inc_phi_opt);
+      log.list(format("digit_phi_opt: %d    inc_phi_opt: %.1f\n", digit_phi_opt, inc_phi_opt));
     }
     for (int j = 0; j < digit_phi_opt; ++j) {
       for (int k = 0; k < digit_psi; ++k) {
         m += 1;
-        if (m == kOrientationLimit) {
+        if (m == orientation_limit) {
           nerror("Too many requested orientations ...");
         }
         angle.push_back(EulerAngle{0.0, theta, j * inc_phi_opt, k * inc_psi});
@@ -227,7 +228,7 @@ void check_traceless(int i, double sxx, double syy, double szz) {
   }
 }
 
-void setup_lists(const Settings& settings, int no_pt, OrientationTables& tables, FILE* out) {
+void setup_lists(const Settings& settings, int no_pt, OrientationTables& tables, const Log& log) {
   check_orientation_count(no_pt, tables.eulerangle.size());
   const std::size_t slots = static_cast<std::size_t>(std::max(no_pt, 0)) + 1;
   tables.szz_orient.assign(slots, 0.0);
@@ -249,7 +250,7 @@ void setup_lists(const Settings& settings, int no_pt, OrientationTables& tables,
     const double phi = angle[2] * kPi / 180;
     const double psi = angle[3] * kPi / 180;
     if (settings.debug != 0) {
-      std::fprintf(out, "%d theta/phi/psi:  %.2f   %.2f   %.2f\n", i, angle[1], angle[2], angle[3]);
+      log.list(format("%d theta/phi/psi:  %.2f   %.2f   %.2f\n", i, angle[1], angle[2], angle[3]));
     }
     // rotate_coorsystem, with the trigonometry of repeated angles reused.
     double Dreh_M[4][4] = {};
@@ -260,9 +261,9 @@ void setup_lists(const Settings& settings, int no_pt, OrientationTables& tables,
     if (settings.debug != 0) {
       for (const double* axis : {tensor_xaxis, tensor_yaxis, tensor_zaxis}) {
         for (int c = 1; c <= 3; ++c) {
-          std::fprintf(out, "%e  ", axis[c]);
+          log.list(format("%e  ", axis[c]));
         }
-        std::fprintf(out, "\n");
+        log.list("\n");
       }
     }
     const double sxx = Sxx(tensor_xaxis);
@@ -275,14 +276,14 @@ void setup_lists(const Settings& settings, int no_pt, OrientationTables& tables,
 
     check_traceless(i, sxx, syy, tables.szz_orient[i]);
     if (settings.debug != 0) {
-      std::fprintf(out, "Szz: %e %e %e %e %e\n", tables.szz_orient[i], tables.sxx_yy_orient[i],
-                   tables.sxy_orient[i], tables.sxz_orient[i], tables.syz_orient[i]);
+      log.list(format("Szz: %e %e %e %e %e\n", tables.szz_orient[i], tables.sxx_yy_orient[i],
+                      tables.sxy_orient[i], tables.sxz_orient[i], tables.syz_orient[i]));
     }
   }
 }
 
 void check_Saupe_uniformity(const Settings& settings, int no_pt, const OrientationTables& tables,
-                            double saupe[5], FILE* out) {
+                            double saupe[5], const Log& log) {
   check_orientation_count(no_pt, std::min({tables.szz_orient.size(), tables.sxx_yy_orient.size(),
                                            tables.sxy_orient.size(), tables.sxz_orient.size(),
                                            tables.syz_orient.size()}));
@@ -295,7 +296,7 @@ void check_Saupe_uniformity(const Settings& settings, int no_pt, const Orientati
     sum[3] += tables.sxz_orient[i];
     sum[4] += tables.syz_orient[i];
     if (settings.debug != 0 && tables.sxy_orient[i] != sxy_old) {
-      std::fprintf(out, "%d  %8.5f\n", i, tables.sxy_orient[i]);
+      log.list(format("%d  %8.5f\n", i, tables.sxy_orient[i]));
       sxy_old = tables.sxy_orient[i];
     }
   }

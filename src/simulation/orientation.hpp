@@ -4,14 +4,13 @@
 
 #include <array>
 #include <cstdint>
-#include <cstdio>
+#include <limits>
 #include <vector>
 
-#include "driver/settings.hpp"
+#include "vorn/log.hpp"
+#include "vorn/settings.hpp"
 
 namespace vorn {
-
-inline constexpr int kOrientationLimit = 279999;  // index at which sampling fails
 
 // Euler angles (theta, phi, psi) in degrees in elements 1..3.
 using EulerAngle = std::array<double, 4>;
@@ -28,7 +27,8 @@ struct OrientationTables {
 int phi_step_count(double temp2);
 
 int grid_orientation_sampling(const Settings& settings, int digit_theta, int digit_phi,
-                              int digit_psi, std::vector<EulerAngle>& angle, FILE* out);
+                              int digit_psi, std::vector<EulerAngle>& angle, const Log& log,
+                              int orientation_limit = std::numeric_limits<int>::max());
 
 void calculate_scaling(const Settings& settings, int no_angles, double final_distance,
                        double final_distance_ph, double max_obstruction, int& no_pt, int& no_pt_ph);
@@ -79,9 +79,9 @@ void check_traceless(int i, double sxx, double syy, double szz);
 
 // Fills the five lists of the tables for orientations 1..no_pt (resizing
 // them); the failed trace test throws with its lines on standard output.
-void setup_lists(const Settings& settings, int no_pt, OrientationTables& tables, FILE* out);
+void setup_lists(const Settings& settings, int no_pt, OrientationTables& tables, const Log& log);
 
 void check_Saupe_uniformity(const Settings& settings, int no_pt, const OrientationTables& tables,
-                            double saupe[5], FILE* out);
+                            double saupe[5], const Log& log);
 
 }  // namespace vorn

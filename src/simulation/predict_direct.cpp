@@ -6,7 +6,7 @@
 #include <new>
 #include <stdexcept>
 
-#include "driver/fatal.hpp"
+#include "core/fatal.hpp"
 
 namespace vorn::detail {
 
@@ -38,10 +38,10 @@ void allocate(std::vector<float>& array, int entries, const char* name) {
   }
 }
 
-// Grid indices 0..last must exist in the grid and in the kGridSlots rows of
-// the per-position tables.
+// Grid indices 0..last must exist in the grid (the per-position tables are
+// sized to it).
 void check_grid_index(int last, const Grid& grid) {
-  if (last > kGridSlots - 1 || (last >= 0 && static_cast<std::size_t>(last) >= grid.size())) {
+  if (last >= 0 && static_cast<std::size_t>(last) >= grid.size()) {
     nerror("Too many grid points ...");
   }
 }

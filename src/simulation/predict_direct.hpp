@@ -9,9 +9,9 @@
 #include <functional>
 #include <vector>
 
-#include "driver/settings.hpp"
 #include "simulation/grid.hpp"
 #include "simulation/orientation.hpp"
+#include "vorn/settings.hpp"
 
 namespace vorn::detail {
 

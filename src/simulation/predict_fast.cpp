@@ -16,7 +16,7 @@
 #include <thread>
 #include <utility>
 
-#include "driver/fatal.hpp"
+#include "core/fatal.hpp"
 
 namespace vorn::detail {
 

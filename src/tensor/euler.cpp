@@ -15,7 +15,7 @@ constexpr double kPi = 3.14159265;
 }  // namespace
 
 int eigVec2euler(int /*mirror*/, const double eigVec[4][4], double alphalist[4], double betalist[4],
-                 double gammalist[4], FILE* out) {
+                 double gammalist[4]) {
   double eigVec_temp[3][3];
   for (int i = 0; i < 3; ++i) {
     for (int j = 0; j < 3; ++j) eigVec_temp[i][j] = eigVec[i + 1][j + 1];
@@ -32,7 +32,7 @@ int eigVec2euler(int /*mirror*/, const double eigVec[4][4], double alphalist[4],
       eigVec_temp2[j + 1][3] = eigVecZlist[k][j];
     }
     double w[4] = {};
-    report_step(get_euler(eigVec_temp2, w), "get_euler", out);
+    get_euler(eigVec_temp2, w);
     alphalist[k] = w[1];
     betalist[k] = w[2];
     gammalist[k] = w[3];

@@ -2,14 +2,13 @@
 // tensor, for the four sign-equivalent orientations of its axes.
 #pragma once
 
-#include <cstdio>
-
 namespace vorn {
 
 // Four Euler triples from the sorted 1-based eigenvector matrix (columns z,
-// y, x axis). mirror is accepted and not consulted. Always returns 0.
+// y, x axis). mirror is accepted and not consulted. Always returns 0 (as
+// get_euler does for every candidate).
 int eigVec2euler(int mirror, const double eigVec[4][4], double alphalist[4], double betalist[4],
-                 double gammalist[4], FILE* out);
+                 double gammalist[4]);
 
 // The four candidate rotation matrices (columns Y x Z, sy*Y, sz*Z) from the
 // 0-based eigenvector matrix; row n of the lists holds column 0, 1, 2 of

@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "driver/fatal.hpp"
+#include "core/fatal.hpp"
 
 namespace vorn {
 
@@ -28,10 +28,6 @@ void saupe_matrix(const double saupe[5], double m[4][4]) {
   m[3][1] = saupe[3];
   m[3][2] = saupe[4];
   m[3][3] = saupe[0];
-}
-
-void report_step(int status, const char* routine, FILE* out) {
-  if (status != 0) std::fprintf(out, "%s: error occured\n", routine);
 }
 
 void jacobimz(double a[4][4], double d[4], double v[4][4], int& nrot) {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/fatal.hpp"
+#include "core/fatal.hpp"
 #include "fit/nr_special.hpp"
 
 namespace vorn {

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <vector>
 
-#include "driver/fatal.hpp"
+#include "core/fatal.hpp"
 #include "simulation/frame.hpp"
 
 namespace vorn {

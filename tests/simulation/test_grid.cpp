@@ -6,15 +6,25 @@
 #include <string>
 #include <utility>
 
-#include "capture.hpp"
-#include "driver/fatal.hpp"
-#include "driver/settings.hpp"
+#include "core/fatal.hpp"
 #include "simulation/grid.hpp"
+#include "vorn/settings.hpp"
 
 namespace vorn {
 namespace {
 
-using test::Capture;
+// The classic program's grids hold 1000 points (indices 0..999); the engine
+// has no capacity of its own, so the classic cap is given explicitly where
+// it is tested.
+constexpr int kGridSlots = 1000;
+constexpr int kClassicMaxGridIndex = kGridSlots - 1;
+
+// A log that appends its listings to `text`.
+Log listing_into(std::string& text) {
+  Log log;
+  log.listing = [&text](std::string_view part) { text.append(part); };
+  return log;
+}
 
 constexpr double kUnset = -777.0;  // sentinel for outputs that must stay untouched
 
@@ -28,14 +38,15 @@ struct GridRun {
   std::string out;
 };
 
+// make_grid with the engine's default (no cap) unless a highest grid index
+// is given.
 GridRun make(const Settings& s, double min_len, double max_len, double obstruction, int grid_flag,
-             int liquid_flag, double spacing, double s_l_ratio = 1.0) {
+             int liquid_flag, double spacing, double s_l_ratio = 1.0,
+             int max_grid_index = std::numeric_limits<int>::max()) {
   GridRun r;
-  Capture out;
-  r.count =
-      make_grid(s, s_l_ratio, min_len, max_len, obstruction, grid_flag, liquid_flag, spacing,
-                r.grid, r.no_pt_ph, r.grid_ph, r.final_distance, r.final_distance_ph, out.file());
-  r.out = out.str();
+  r.count = make_grid(s, s_l_ratio, min_len, max_len, obstruction, grid_flag, liquid_flag, spacing,
+                      r.grid, r.no_pt_ph, r.grid_ph, r.final_distance, r.final_distance_ph,
+                      listing_into(r.out), max_grid_index);
   return r;
 }
 
@@ -196,13 +207,35 @@ TEST(SheetGrid, LargerSheetsAreCountedButStoredOnlyAsFarAsTheyFit) {
 }
 
 TEST(GridCapacity, NineHundredNinetyNineIsTheHighestIndex) {
+  // The classic cap, given explicitly: the engine has none of its own.
   const Settings s;
-  const GridRun r = make(s, 1.0, 500.5, 20.0, 2, 1, 0.5);
+  const GridRun r = make(s, 1.0, 500.5, 20.0, 2, 1, 0.5, 1.0, kClassicMaxGridIndex);
   EXPECT_EQ(r.count, 999);
   EXPECT_EQ(r.final_distance, 21.0 + 999 * 0.5);
-  EXPECT_EQ(fatal_text([&] { make(s, 1.0, 501.0, 20.0, 2, 1, 0.5); }),
+  EXPECT_EQ(fatal_text([&] { make(s, 1.0, 501.0, 20.0, 2, 1, 0.5, 1.0, kClassicMaxGridIndex); }),
             "run-time error...\nToo many grid points ...\n...now exiting to system...\n");
-  EXPECT_EQ(fatal_text([&] { make(s, 1.0, 501.0, 30.0, 2, 2, 0.5); }),
+  EXPECT_EQ(fatal_text([&] { make(s, 1.0, 501.0, 30.0, 2, 2, 0.5, 1.0, kClassicMaxGridIndex); }),
+            "run-time error...\nToo many grid points ...\n...now exiting to system...\n");
+}
+
+TEST(GridCapacity, WithoutACapLargerGridsAreBuiltInFull) {
+  const Settings s;
+  // Index 1000, one beyond the classic cap: the wall grid grows to hold it.
+  const GridRun wall = make(s, 1.0, 501.0, 20.0, 2, 1, 0.5);
+  EXPECT_EQ(wall.count, 1000);
+  ASSERT_EQ(wall.grid.size(), 1001u);
+  EXPECT_EQ(wall.grid[1000][1], 21.0 + 1000 * 0.5);
+  EXPECT_EQ(wall.final_distance, 21.0 + 1000 * 0.5);
+  const GridRun phage = make(s, 1.0, 501.0, 30.0, 2, 2, 0.5);
+  EXPECT_EQ(phage.no_pt_ph, 1000);
+  ASSERT_EQ(phage.grid_ph.size(), 1001u);
+  EXPECT_EQ(phage.final_distance_ph, 31.0 + 1000 * 0.5);
+  // A cap of its own: the highest index may equal it, not exceed it.
+  EXPECT_EQ(make(s, 1.0, 6.0, 20.0, 2, 1, 0.5, 1.0, 10).count, 10);
+  EXPECT_EQ(fatal_text([&] { make(s, 1.0, 6.5, 20.0, 2, 1, 0.5, 1.0, 10); }),
+            "run-time error...\nToo many grid points ...\n...now exiting to system...\n");
+  // A count no int can hold is refused even without a cap.
+  EXPECT_EQ(fatal_text([&] { make(s, 0.0, 1e6, 10.0, 2, 1, 1e-6); }),
             "run-time error...\nToo many grid points ...\n...now exiting to system...\n");
 }
 
@@ -226,19 +259,37 @@ TEST(GridCapacity, UnusableCountsAreRejected) {
   EXPECT_EQ(r.final_distance, 3.2 + 20.0);
 }
 
-TEST(GridCapacity, ShortGridVectorsAreGrownToTheCapacity) {
+TEST(GridCapacity, ShortGridVectorsAreGrownAsNeeded) {
+  // The engine has no fixed capacity: a short line grid grows to hold the
+  // points it needs (0..4 here), whatever the cap.
   const Settings s;
-  Grid grid;
-  Grid grid_ph;
-  int no_pt_ph = 0;
-  double fd = 0.0;
-  double fd_ph = 0.0;
-  Capture out;
+  for (const int cap : {std::numeric_limits<int>::max(), kClassicMaxGridIndex}) {
+    Grid grid;
+    Grid grid_ph;
+    int no_pt_ph = 0;
+    double fd = 0.0;
+    double fd_ph = 0.0;
+    std::string listing;
+    EXPECT_EQ(make_grid(s, 1.0, 0.0, 2.0, 20.0, 2, 1, 0.5, grid, no_pt_ph, grid_ph, fd, fd_ph,
+                        listing_into(listing), cap),
+              4);
+    ASSERT_EQ(grid.size(), 5u);
+    EXPECT_EQ(grid[4][1], 22.0);
+    EXPECT_EQ(fd, 22.0);
+    EXPECT_TRUE(grid_ph.empty());
+    EXPECT_EQ(listing, "");
+  }
+  // The sheet is counted in full but stored only as far as the grid given
+  // already reaches: an empty grid stays empty.
+  Grid sheet;
+  Grid sheet_ph;
+  int no_pt_ph = -5;
+  double fd = kUnset;
+  double fd_ph = kUnset;
   EXPECT_EQ(
-      make_grid(s, 1.0, 0.0, 2.0, 20.0, 2, 1, 0.5, grid, no_pt_ph, grid_ph, fd, fd_ph, out.file()),
-      4);
-  EXPECT_EQ(grid.size(), static_cast<size_t>(kGridSlots));
-  EXPECT_EQ(fd, 22.0);
+      make_grid(s, 0.5, 0.5, 1.5, 1.0, 1, 1, 1.0, sheet, no_pt_ph, sheet_ph, fd, fd_ph, Log{}), 9);
+  EXPECT_TRUE(sheet.empty());
+  EXPECT_TRUE(sheet_ph.empty());
 }
 
 TEST(SetupModel, PassesTheMediumAndGridTypeThrough) {
@@ -246,9 +297,9 @@ TEST(SetupModel, PassesTheMediumAndGridTypeThrough) {
   for (const int liquid : {1, 2}) {
     GridRun direct = make(s, 4.0, 9.0, 30.0, 2, liquid, 0.5);
     GridRun via;
-    Capture out;
-    via.count = setup_model(s, 0.123, 1.0, 4.0, 9.0, 30.0, liquid, 2, 0.5, via.grid, via.no_pt_ph,
-                            via.grid_ph, via.final_distance, via.final_distance_ph, out.file());
+    via.count =
+        setup_model(s, 0.123, 1.0, 4.0, 9.0, 30.0, liquid, 2, 0.5, via.grid, via.no_pt_ph,
+                    via.grid_ph, via.final_distance, via.final_distance_ph, listing_into(via.out));
     EXPECT_EQ(via.count, direct.count);
     EXPECT_EQ(via.no_pt_ph, direct.no_pt_ph);
     EXPECT_EQ(via.final_distance, direct.final_distance);
@@ -260,11 +311,31 @@ TEST(SetupModel, PassesTheMediumAndGridTypeThrough) {
   }
   // Sheet via setup_model: grid type 1.
   GridRun sheet;
-  Capture out;
   sheet.count =
       setup_model(s, 0.05, 0.5, 0.5, 1.5, 1.0, 1, 1, 1.0, sheet.grid, sheet.no_pt_ph, sheet.grid_ph,
-                  sheet.final_distance, sheet.final_distance_ph, out.file());
+                  sheet.final_distance, sheet.final_distance_ph, listing_into(sheet.out));
   EXPECT_EQ(sheet.count, 9);
+}
+
+TEST(SetupModel, PassesTheLogAndTheCapThrough) {
+  Settings s;
+  s.debug = 1;
+  GridRun via;
+  via.count = setup_model(s, 0.05, 1.0, 5.0, 6.0, 30.0, 2, 2, 0.5, via.grid, via.no_pt_ph,
+                          via.grid_ph, via.final_distance, via.final_distance_ph,
+                          listing_into(via.out), kClassicMaxGridIndex);
+  EXPECT_EQ(via.out, make(s, 5.0, 6.0, 30.0, 2, 2, 0.5).out);
+  EXPECT_EQ(via.out,
+            "@@ grid_setup  pt[0]:  35.0    0.0    0.0\n"
+            "@@ grid_setup  pt[1]:  35.5    0.0    0.0\n"
+            "@@ grid_setup  pt[2]:  36.0    0.0    0.0\n");
+  GridRun capped;
+  EXPECT_EQ(fatal_text([&] {
+              setup_model(s, 0.05, 1.0, 1.0, 501.0, 20.0, 1, 2, 0.5, capped.grid, capped.no_pt_ph,
+                          capped.grid_ph, capped.final_distance, capped.final_distance_ph, Log{},
+                          kClassicMaxGridIndex);
+            }),
+            "run-time error...\nToo many grid points ...\n...now exiting to system...\n");
 }
 
 TEST(SetupModel, OtherGridTypesAndMediaBuildNothing) {

@@ -7,14 +7,24 @@
 #include <vector>
 
 #include "capture.hpp"
-#include "driver/fatal.hpp"
-#include "driver/settings.hpp"
+#include "core/fatal.hpp"
 #include "simulation/orientation.hpp"
+#include "vorn/settings.hpp"
 
 namespace vorn {
 namespace {
 
 using test::Capture;
+
+// The classic program's orientation limit (the engine has none of its own).
+constexpr int kClassicOrientationLimit = 279999;
+
+// A log whose listings go to `out`.
+Log listing_to(FILE* out) {
+  Log log;
+  log.listing = [out](std::string_view text) { std::fwrite(text.data(), 1, text.size(), out); };
+  return log;
+}
 
 constexpr double kPi = 3.141592654;
 
@@ -56,9 +66,11 @@ std::string fatal_text(const std::function<void()>& call, Stream stream = Stream
 }
 
 int sample(const Settings& s, int dt, int dp, int ds, std::vector<EulerAngle>& angle,
-           std::string* printed = nullptr) {
+           std::string* printed = nullptr,
+           int orientation_limit = std::numeric_limits<int>::max()) {
   Capture out;
-  const int n = grid_orientation_sampling(s, dt, dp, ds, angle, out.file());
+  const int n =
+      grid_orientation_sampling(s, dt, dp, ds, angle, listing_to(out.file()), orientation_limit);
   if (printed != nullptr) {
     *printed = out.str();
   }
@@ -167,19 +179,37 @@ TEST(PhiStepCount, HalfGoesDownAboveHalfGoesUp) {
 }
 
 TEST(OrientationSampling, LimitStopsBeforeStoringIndex279999) {
+  // The classic limit, given explicitly.
   const Settings s;
+  const int limit = kClassicOrientationLimit;
   std::vector<EulerAngle> angle;
   // One theta band (90 deg), one phi step: digit_psi orientations.
-  EXPECT_EQ(sample(s, 1, 1, 279998, angle), 279998);
+  EXPECT_EQ(sample(s, 1, 1, 279998, angle, nullptr, limit), 279998);
   EXPECT_EQ(angle.size(), 279999u);
   EXPECT_EQ(angle[279998][3], 279997 * (360.0 / 279998));
 
   const std::string text =
       "run-time error...\nToo many requested orientations ...\n...now exiting to system...\n";
-  EXPECT_EQ(fatal_text([&] { sample(s, 1, 1, 279999, angle); }), text);
+  EXPECT_EQ(fatal_text([&] { sample(s, 1, 1, 279999, angle, nullptr, limit); }), text);
   EXPECT_EQ(angle.size(), 279999u);  // entry 279999 was never stored
-  EXPECT_EQ(fatal_text([&] { sample(s, 1, 2, 140000, angle); }), text);
-  EXPECT_EQ(sample(s, 1, 2, 139999, angle), 279998);
+  EXPECT_EQ(fatal_text([&] { sample(s, 1, 2, 140000, angle, nullptr, limit); }), text);
+  EXPECT_EQ(sample(s, 1, 2, 139999, angle, nullptr, limit), 279998);
+}
+
+TEST(OrientationSampling, WithoutALimitEveryOrientationIsStored) {
+  const Settings s;
+  std::vector<EulerAngle> angle;
+  // Beyond the classic limit: all of them.
+  EXPECT_EQ(sample(s, 1, 1, 279999, angle), 279999);
+  EXPECT_EQ(angle.size(), 280000u);
+  EXPECT_EQ(angle[279999][3], 279998 * (360.0 / 279999));
+  EXPECT_EQ(sample(s, 1, 2, 140000, angle), 280000);
+  // A limit of the caller's own: the sampling fails when the count reaches it.
+  const std::string text =
+      "run-time error...\nToo many requested orientations ...\n...now exiting to system...\n";
+  EXPECT_EQ(sample(s, 1, 1, 9, angle, nullptr, 10), 9);
+  EXPECT_EQ(fatal_text([&] { sample(s, 1, 1, 10, angle, nullptr, 10); }), text);
+  EXPECT_EQ(angle.size(), 10u);  // entry 10 was never stored
 }
 
 TEST(RotateVector, IsRzPsiRyThetaRzPhi) {
@@ -250,7 +280,7 @@ TEST(SetupLists, ElementsOfTheDefaultOrientations) {
   OrientationTables t;
   const int n = sample(s, 9, 18, 18, t.eulerangle);
   Capture out;
-  setup_lists(s, n, t, out.file());  // the trace test passes for all of them
+  setup_lists(s, n, t, listing_to(out.file()));  // the trace test passes for all of them
   EXPECT_EQ(out.str(), "");
   ASSERT_EQ(t.szz_orient.size(), static_cast<size_t>(n + 1));
   for (int i = 1; i <= n; ++i) {
@@ -274,7 +304,7 @@ TEST(SetupLists, DebugPrintsAnglesAxesAndElements) {
   OrientationTables t;
   t.eulerangle = {EulerAngle{}, EulerAngle{0.0, 0.0, 0.0, 0.0}};
   Capture out;
-  setup_lists(s, 1, t, out.file());
+  setup_lists(s, 1, t, listing_to(out.file()));
   EXPECT_EQ(out.str(),
             "1 theta/phi/psi:  0.00   0.00   0.00\n"
             "1.000000e+00  0.000000e+00  0.000000e+00  \n"
@@ -306,12 +336,12 @@ TEST(SetupLists, TablesSizedToTheOrientations) {
   OrientationTables t;
   const int n = sample(s, 2, 2, 3, t.eulerangle);
   Capture out;
-  setup_lists(s, n, t, out.file());
+  setup_lists(s, n, t, listing_to(out.file()));
   EXPECT_EQ(t.sxy_orient.size(), static_cast<size_t>(n + 1));
   EXPECT_EQ(t.eulerangle.size(), static_cast<size_t>(n + 1));
   // Asking for more orientations than the table holds is refused.
   EXPECT_EQ(
-      fatal_text([&] { setup_lists(s, n + 1, t, out.file()); }),
+      fatal_text([&] { setup_lists(s, n + 1, t, listing_to(out.file())); }),
       "run-time error...\nToo many requested orientations ...\n...now exiting to system...\n");
 }
 
@@ -325,7 +355,7 @@ TEST(SaupeUniformity, MeansOfTheLists) {
   t.syz_orient = {99.0, -3.0, 0.0, 0.0};
   double saupe[5] = {};
   Capture out;
-  check_Saupe_uniformity(s, 3, t, saupe, out.file());
+  check_Saupe_uniformity(s, 3, t, saupe, listing_to(out.file()));
   EXPECT_EQ(saupe[0], 7.0 / 3);
   EXPECT_EQ(saupe[1], 0.0);
   EXPECT_EQ(saupe[2], 1.0);
@@ -345,7 +375,7 @@ TEST(SaupeUniformity, DebugPrintsEachChangeOfSxy) {
   t.sxy_orient = {0.0, 0.0, 0.5, 0.5, -0.25};
   double saupe[5] = {};
   Capture out;
-  check_Saupe_uniformity(s, 4, t, saupe, out.file());
+  check_Saupe_uniformity(s, 4, t, saupe, listing_to(out.file()));
   EXPECT_EQ(out.str(), "2   0.50000\n4  -0.25000\n");
   EXPECT_EQ(saupe[2], 0.1875);
 }
@@ -355,9 +385,9 @@ TEST(SaupeUniformity, DefaultSamplingBias) {
   OrientationTables t;
   const int n = sample(s, 9, 18, 18, t.eulerangle);
   Capture out;
-  setup_lists(s, n, t, out.file());
+  setup_lists(s, n, t, listing_to(out.file()));
   double saupe[5] = {};
-  check_Saupe_uniformity(s, n, t, saupe, out.file());
+  check_Saupe_uniformity(s, n, t, saupe, listing_to(out.file()));
   // Independent means of the closed-form elements.
   double mean[5] = {};
   for (int i = 1; i <= n; ++i) {

@@ -15,17 +15,19 @@
 #include <vector>
 
 #include "capture.hpp"
-#include "driver/settings.hpp"
 #include "simulation/frame.hpp"
 #include "simulation/grid.hpp"
 #include "simulation/orientation.hpp"
 #include "simulation/predict.hpp"
 #include "simulation/predict_direct.hpp"
+#include "vorn/settings.hpp"
 
 namespace vorn {
 namespace {
 
-using test::Capture;
+// Grid points the classic program stores (indices 0..999); the engine's
+// grids have no fixed size.
+constexpr int kGridSlots = 1000;
 using Mat = std::array<std::array<double, 3>, 3>;
 using Vec = std::array<double, 3>;
 
@@ -255,10 +257,10 @@ const Sampled& sampled(int dt, int dp, int ds) {
   if (it == cache.end()) {
     Sampled smp;
     const Settings s;
-    Capture out;
-    smp.o_pts = grid_orientation_sampling(s, dt, dp, ds, smp.tables.eulerangle, out.file());
-    setup_lists(s, smp.o_pts, smp.tables, out.file());
-    check_Saupe_uniformity(s, smp.o_pts, smp.tables, smp.saupe_dev, out.file());
+    const Log log;  // the listings are not looked at
+    smp.o_pts = grid_orientation_sampling(s, dt, dp, ds, smp.tables.eulerangle, log);
+    setup_lists(s, smp.o_pts, smp.tables, log);
+    check_Saupe_uniformity(s, smp.o_pts, smp.tables, smp.saupe_dev, log);
     it = cache.emplace(key, std::move(smp)).first;
   }
   return it->second;
@@ -278,10 +280,10 @@ std::array<double, 5> predict(const Settings& s, Molecule mol, int dt = 9, int d
   Grid grid_ph(kGridSlots, GridPoint{});
   int no_pt_ph = 0;
   double fd = 0.0, fd_ph = 0.0;
-  Capture out;
+  const Log log;  // the listings are not looked at
   const int t_pts = setup_model(s, s.concentration, s.ellipticity, min_r + s.atom_radius,
                                 max_r + s.atom_radius, s.max_obs_dim, s.liquid_type, s.grid_type,
-                                s.grid_spacing, grid, no_pt_ph, grid_ph, fd, fd_ph, out.file());
+                                s.grid_spacing, grid, no_pt_ph, grid_ph, fd, fd_ph, log);
   const Sampled& smp = sampled(dt, dp, ds);
   int no_free = 0, no_ph_free = 0;
   calculate_scaling(s, smp.o_pts, fd, fd_ph, s.max_obs_dim, no_free, no_ph_free);

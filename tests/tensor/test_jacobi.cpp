@@ -5,7 +5,7 @@
 #include <random>
 
 #include "capture.hpp"
-#include "driver/fatal.hpp"
+#include "core/fatal.hpp"
 #include "tensor/jacobi.hpp"
 
 namespace vorn {
@@ -48,15 +48,6 @@ TEST(SaupeMatrix, ZeroTensorCarriesNegativeZeros) {
   EXPECT_TRUE(std::signbit(m[1][1]));  // -0.5 (0 - 0)
   EXPECT_TRUE(std::signbit(m[2][2]));  // -0.5 (0 + 0)
   EXPECT_FALSE(std::signbit(m[3][3]));
-}
-
-TEST(ReportStep, PrintsOnlyOnFailure) {
-  test::Capture out;
-  report_step(0, "pca_tensor", out.file());
-  EXPECT_EQ(out.str(), "");
-  report_step(1, "pca_tensor", out.file());
-  report_step(-3, "sort_eigensystem", out.file());
-  EXPECT_EQ(out.str(), "pca_tensor: error occured\nsort_eigensystem: error occured\n");
 }
 
 TEST(Jacobi, DiagonalInputNeedsNoRotationAndKeepsAxisOrder) {
