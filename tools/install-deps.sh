@@ -13,6 +13,9 @@ packages=(
   libcli11-dev       # modern command line
   nlohmann-json3-dev # JSON output
   libfmt-dev         # formatting of the modern output
+  libplplot-dev      # correlation plots (SVG/PDF/PNG by extension)
+  plplot-driver-cairo # PLplot's cairo driver: the .pdf and .png correlation plots
+  pkg-config         # finds PLplot (plplot.pc); only recommended by libplplot-dev
   libxml2-utils      # xmllint: the plot test checks the SVG
 )
 

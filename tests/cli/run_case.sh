@@ -9,6 +9,12 @@
 #   files            lines "<name> <path relative to the repository root>":
 #                    inputs copied into the scratch directory under <name>
 #   expected.stdout, expected.stderr, expected.status
+#   expected.stderr_contains, expected.stdout_contains
+#                    instead of expected.stderr / expected.stdout: lines that
+#                    must each appear in that stream (for texts such as
+#                    command-line library messages whose wording is not ours)
+#   expected.files_absent
+#                    names of files the run must not leave behind
 #   anything else    copied into the scratch directory as it is
 #   expected.files   lines "<name> <expected file in the case folder>": files
 #                    the run must leave in the scratch directory (optional)
@@ -48,15 +54,39 @@ input=/dev/null
 status=$?
 
 fail=0
-if ! cmp -s "$scratch/.stdout" "$case_dir/expected.stdout"; then
-  echo "standard output differs:"
-  diff -u "$case_dir/expected.stdout" "$scratch/.stdout" | head -n 60
-  fail=1
-fi
-if ! cmp -s "$scratch/.stderr" "$case_dir/expected.stderr"; then
-  echo "standard error differs:"
-  diff -u "$case_dir/expected.stderr" "$scratch/.stderr" | head -n 60
-  fail=1
+# compare_stream <captured> <name>: exact, or line by line containment.
+compare_stream() {
+  local got=$1 name=$2
+  if [ -f "$case_dir/expected.$name" ]; then
+    if ! cmp -s "$got" "$case_dir/expected.$name"; then
+      echo "$name differs:"
+      diff -u "$case_dir/expected.$name" "$got" | head -n 60
+      fail=1
+    fi
+  elif [ -f "$case_dir/expected.${name}_contains" ]; then
+    while IFS= read -r want || [ -n "$want" ]; do
+      [ -n "$want" ] || continue
+      if ! grep -qF -- "$want" "$got"; then
+        echo "$name lacks: $want"
+        echo "--- $name was:"; head -n 30 "$got"
+        fail=1
+      fi
+    done < "$case_dir/expected.${name}_contains"
+  else
+    echo "case has neither expected.$name nor expected.${name}_contains"
+    fail=1
+  fi
+}
+compare_stream "$scratch/.stdout" stdout
+compare_stream "$scratch/.stderr" stderr
+if [ -f "$case_dir/expected.files_absent" ]; then
+  while read -r name; do
+    [ -n "$name" ] || continue
+    if [ -e "$scratch/$name" ]; then
+      echo "file $name was left behind"
+      fail=1
+    fi
+  done < "$case_dir/expected.files_absent"
 fi
 expected_status=$(tr -d '[:space:]' < "$case_dir/expected.status")
 if [ "$status" != "$expected_status" ]; then

@@ -1,0 +1,58 @@
+// The gemmi side of the structure reader: atom records and mmCIF documents to
+// atoms under the reading rules. Kept to C++17: clang 14 cannot compile
+// gemmi's CIF document with libstdc++ 12 in C++20 mode.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace vorn::io::detail {
+
+struct ParsedAtom {
+  std::string name;
+  std::string element;  // upper case
+  std::string residue_name;
+  int residue_number = 0;
+  char insertion_code = ' ';
+  std::string chain;
+  double x = 0.0;
+  double y = 0.0;
+  double z = 0.0;
+};
+
+struct AtomRules {
+  std::optional<char> altloc;
+  bool hetatm = false;
+  bool keep_hydrogens = false;
+  std::vector<std::string> chains;  // empty = all
+  std::string exclude;              // gemmi selection; empty = none
+};
+
+// Turns the models of one file into atoms. Errors are InputError naming the
+// file (and the line for PDB records).
+class ModelConverter {
+ public:
+  ModelConverter(std::string path, AtomRules rules);
+  ~ModelConverter();
+  ModelConverter(ModelConverter&&) noexcept;
+  ModelConverter& operator=(ModelConverter&&) noexcept;
+
+  // One PDB model given as its ATOM/HETATM/TER records, one a line;
+  // lines[i] is the file line of record i.
+  std::vector<ParsedAtom> pdb_model(const std::string& records, const std::vector<long>& lines,
+                                    int number) const;
+
+  // Parses a whole mmCIF text (released here) and returns its model
+  // numbers in file order.
+  std::vector<int> load_mmcif(std::string text);
+  // The atoms of the index-th mmCIF model; its gemmi data are released.
+  std::vector<ParsedAtom> mmcif_model(size_t index);
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace vorn::io::detail

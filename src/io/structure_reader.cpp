@@ -1,0 +1,468 @@
+// File access, format detection and model streaming of the structure reader;
+// the records are parsed by gemmi in gemmi_models.cpp.
+#include "io/structure_reader.hpp"
+
+#include <zlib.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <set>
+#include <sstream>
+
+#include "io/gemmi_models.hpp"
+
+namespace vorn::io {
+namespace {
+
+// Characters of a PDB line that are kept; gemmi looks at the first 120.
+constexpr size_t kLineLimit = 128;
+
+InputError error_at(const std::string& path, long line, const std::string& what) {
+  return InputError(path + ":" + std::to_string(line) + ": " + what);
+}
+
+struct GzClose {
+  void operator()(gzFile f) const { gzclose(f); }
+};
+
+// A file read through zlib, which passes files that are not compressed
+// through unchanged.
+class InputFile {
+ public:
+  explicit InputFile(const std::string& path) : path_(path) {
+    std::error_code ec;
+    if (std::filesystem::is_directory(path, ec)) throw InputError(path + ": is a directory");
+    errno = 0;
+    file_.reset(gzopen(path.c_str(), "rb"));
+    if (!file_) {
+      throw InputError(path +
+                       ": cannot open: " + (errno != 0 ? std::strerror(errno) : "out of memory"));
+    }
+  }
+
+  // Reads up to `size` bytes; 0 at the end. Throws on read and gzip errors
+  // (a truncated gzip stream included).
+  size_t read(char* data, size_t size) {
+    const int n = gzread(file_.get(), data, static_cast<unsigned>(size));
+    int code = Z_OK;
+    const char* message = gzerror(file_.get(), &code);
+    if (n < 0 || (code != Z_OK && code != Z_STREAM_END)) {
+      throw InputError(path_ + ": read error: " +
+                       (code == Z_ERRNO ? std::strerror(errno) : std::string(message)));
+    }
+    return static_cast<size_t>(n);
+  }
+
+  // The whole (uncompressed) content.
+  std::string read_all() {
+    std::string text;
+    char buffer[1 << 16];
+    while (const size_t n = read(buffer, sizeof buffer)) text.append(buffer, n);
+    return text;
+  }
+
+ private:
+  std::string path_;
+  std::unique_ptr<gzFile_s, GzClose> file_;
+};
+
+// The lines of a file, without line ends; each cut to kLineLimit characters.
+class LineReader {
+ public:
+  explicit LineReader(const std::string& path) : file_(path) {}
+
+  bool next(std::string& line) {
+    line.clear();
+    bool any = false;
+    while (true) {
+      if (begin_ == end_) {
+        begin_ = 0;
+        end_ = file_.read(buffer_.data(), buffer_.size());
+        if (end_ == 0) break;
+      }
+      any = true;
+      const char* start = buffer_.data() + begin_;
+      const auto* newline = static_cast<const char*>(std::memchr(start, '\n', end_ - begin_));
+      const size_t n = newline != nullptr ? static_cast<size_t>(newline - start) : end_ - begin_;
+      if (line.size() < kLineLimit) line.append(start, std::min(n, kLineLimit - line.size()));
+      begin_ += n;
+      if (newline != nullptr) {
+        ++begin_;
+        break;
+      }
+    }
+    if (!any) return false;
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    ++number_;
+    return true;
+  }
+
+  long number() const { return number_; }
+
+ private:
+  InputFile file_;
+  std::vector<char> buffer_ = std::vector<char>(1 << 16);
+  size_t begin_ = 0;
+  size_t end_ = 0;
+  long number_ = 0;
+};
+
+// The record tests of gemmi's PDB reader, so that the records cut out here
+// are those gemmi reads: the record name's first four characters, ignoring
+// case; a three-letter name ("TER", "END") is followed by a blank, a control
+// character or punctuation, or nothing.
+bool is_record(std::string_view line, std::string_view name) {
+  for (size_t i = 0; i < 4 && i < name.size(); ++i) {
+    const char c = i < line.size() ? line[i] : '\0';
+    if ((c & ~0x20) != (name[i] & ~0x20)) return false;
+  }
+  if (name.size() == 3) return line.size() < 4 || (line[3] & ~0x2f) == 0;
+  return true;
+}
+
+bool is_atom_record(std::string_view line) {
+  return is_record(line, "ATOM") || is_record(line, "HETATM");
+}
+
+// True for a field that holds one number and blanks around it.
+bool is_number_field(std::string_view field) {
+  while (!field.empty() && field.front() == ' ') field.remove_prefix(1);
+  while (!field.empty() && field.back() == ' ') field.remove_suffix(1);
+  double value = 0.0;
+  const auto [end, ec] = std::from_chars(field.data(), field.data() + field.size(), value);
+  return !field.empty() && ec == std::errc() && end == field.data() + field.size();
+}
+
+// The atom records of one model of a PDB file.
+struct PdbChunk {
+  int number = 0;
+  std::string text;         // ATOM, HETATM and TER records, one a line
+  std::vector<long> lines;  // the file line of each record of `text`
+};
+
+// Cuts a PDB file into models at MODEL/ENDMDL records, reading it line by
+// line, so that one model at a time is in memory. Only the atom records are
+// kept: nothing in the header changes the atoms. Atom records outside
+// MODEL/ENDMDL form models numbered on from the previous one (1 for the
+// first), as in single-model files and in trajectories without MODEL records.
+class PdbSplitter {
+ public:
+  explicit PdbSplitter(const std::string& path) : path_(path), in_(path) {}
+
+  // Reads up to the end of the next model; its records are stored only when
+  // keep(number) is true. False when no model is left.
+  bool next(PdbChunk& chunk, const std::function<bool(int)>& keep) {
+    chunk.text.clear();
+    chunk.lines.clear();
+    bool open = false;
+    bool kept = false;
+    const auto start = [&](int number) {
+      if (!seen_.insert(number).second) {
+        throw error_at(path_, in_.number(), "model " + std::to_string(number) + " appears twice");
+      }
+      chunk.number = last_number_ = number;
+      open = true;
+      kept = keep(number);
+    };
+    std::string line;
+    while (!ended_ && in_.next(line)) {
+      const bool atom = is_atom_record(line);
+      if (atom || (open && is_record(line, "TER"))) {
+        if (!open) start(last_number_ + 1);
+        if (kept) {
+          chunk.text += atom ? fixed_column_record(line) : line;
+          chunk.text += '\n';
+          chunk.lines.push_back(in_.number());
+        }
+      } else if (is_record(line, "MODEL")) {
+        if (open) {
+          throw error_at(
+              path_, in_.number(),
+              "MODEL record inside model " + std::to_string(chunk.number) + " (ENDMDL missing)");
+        }
+        start(model_number(line));
+      } else if (is_record(line, "ENDMDL")) {
+        if (open) return true;
+      } else if (is_record(line, "END")) {
+        ended_ = true;
+      }
+    }
+    return open;  // a last model without ENDMDL is complete at the end
+  }
+
+ private:
+  int model_number(const std::string& line) const {
+    std::string_view rest(line);
+    rest.remove_prefix(std::min<size_t>(rest.size(), 6));
+    while (!rest.empty() && std::isspace(static_cast<unsigned char>(rest.front())))
+      rest.remove_prefix(1);
+    while (!rest.empty() && std::isspace(static_cast<unsigned char>(rest.back())))
+      rest.remove_suffix(1);
+    int number = 0;
+    const auto [end, ec] = std::from_chars(rest.data(), rest.data() + rest.size(), number);
+    if (rest.empty() || ec != std::errc() || end != rest.data() + rest.size()) {
+      throw error_at(path_, in_.number(), "MODEL record without a valid model number");
+    }
+    return number;
+  }
+
+  // gemmi reads the coordinates from columns 31-54. A record whose three
+  // fields there hold one number each is a fixed-column record and passes as
+  // it is. Otherwise the record is taken as blank-separated tokens, the
+  // layout older programs write: ATOM serial name residue [chain] number x y
+  // z [...]; it is rewritten in fixed columns with the same coordinate text
+  // (so the numbers read are those of the tokens, bit for bit) and the
+  // element from the name's first letter. Anything else is an error.
+  std::string fixed_column_record(const std::string& line) const {
+    bool fixed = line.size() >= 54;
+    for (size_t column = 30; fixed && column < 54; column += 8) {
+      fixed = is_number_field(std::string_view(line).substr(column, 8));
+    }
+    if (fixed || (line.size() < 54 && !has_tokens(line))) return line;
+    std::vector<std::string> t;
+    std::istringstream fields(line);
+    for (std::string token; fields >> token;) t.push_back(token);
+    const auto is_integer = [](const std::string& text) {
+      int value = 0;
+      const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
+      return ec == std::errc() && end == text.data() + text.size();
+    };
+    size_t at = 4;  // residue number
+    std::string chain;
+    if (t.size() >= 9 && !is_integer(t[4]) && is_integer(t[5])) {
+      chain = t[4];
+      at = 5;
+    }
+    const bool usable = t.size() >= at + 4 && is_integer(t[1]) && is_integer(t[at]) &&
+                        t[2].size() <= 4 && t[3].size() <= 3 && chain.size() <= 1 &&
+                        t[at].size() <= 4;
+    bool numbers = usable;
+    for (size_t i = at + 1; numbers && i <= at + 3; ++i) {
+      numbers = t[i].size() <= 8 && is_number_field(t[i]);
+    }
+    if (!numbers) {
+      throw error_at(path_, in_.number(),
+                     "neither a fixed-column PDB record nor 'ATOM serial name residue [chain] "
+                     "number x y z'");
+    }
+    const std::string& name = t[2];
+    std::string element;
+    for (char c : name) {
+      if (std::isalpha(static_cast<unsigned char>(c))) {
+        element = std::string(1, static_cast<char>(std::toupper(static_cast<unsigned char>(c))));
+        break;
+      }
+    }
+    // Names of four characters or starting with a digit begin in column 13,
+    // the others in column 14, as in the archive's files.
+    const bool wide = name.size() == 4 || std::isdigit(static_cast<unsigned char>(name[0]));
+    char record[81];
+    std::snprintf(record, sizeof record,
+                  "%-6s%5.5s %-4s %3s %1s%4s    %8s%8s%8s  1.00  0.00          %2s",
+                  t[0].substr(0, 6).c_str(), t[1].substr(0, 5).c_str(),
+                  (wide ? name : " " + name).c_str(), t[3].c_str(), chain.c_str(), t[at].c_str(),
+                  t[at + 1].c_str(), t[at + 2].c_str(), t[at + 3].c_str(), element.c_str());
+    return record;
+  }
+
+  static bool has_tokens(const std::string& line) {
+    std::istringstream fields(line);
+    int count = 0;
+    for (std::string token; fields >> token;) ++count;
+    return count >= 8;
+  }
+
+  std::string path_;
+  LineReader in_;
+  std::set<int> seen_;
+  int last_number_ = 0;
+  bool ended_ = false;
+};
+
+// The file format from the first significant line: mmCIF starts with a data
+// block, PDB with one of its record names.
+std::optional<Format> format_from_content(const std::string& path) {
+  static const std::set<std::string> kPdbRecords = {
+      "HEADER", "OBSLTE", "TITLE",  "SPLIT",  "CAVEAT", "COMPND", "SOURCE", "KEYWDS", "EXPDTA",
+      "NUMMDL", "MDLTYP", "AUTHOR", "REVDAT", "SPRSDE", "JRNL",   "REMARK", "DBREF",  "DBREF1",
+      "DBREF2", "SEQADV", "SEQRES", "MODRES", "HET",    "HETNAM", "HETSYN", "FORMUL", "HELIX",
+      "SHEET",  "SSBOND", "LINK",   "CISPEP", "SITE",   "CRYST1", "ORIGX1", "SCALE1", "MTRIX1",
+      "MODEL",  "ATOM",   "ANISOU", "TER",    "HETATM", "ENDMDL", "CONECT", "MASTER", "END"};
+  LineReader in(path);
+  std::string line;
+  while (in.next(line)) {
+    const size_t first = line.find_first_not_of(" \t");
+    if (first == std::string::npos || line[first] == '#') continue;
+    std::string start = line.substr(first, 5);
+    std::transform(start.begin(), start.end(), start.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    if (start == "data_") {
+      return Format::Mmcif;
+    }
+    const std::string word = line.substr(0, line.find_first_of(" \t"));
+    if (kPdbRecords.count(word) != 0) return Format::Pdb;
+    return std::nullopt;
+  }
+  return std::nullopt;
+}
+
+std::optional<Format> format_from_extension(std::string path) {
+  std::transform(path.begin(), path.end(), path.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  if (path.ends_with(".gz")) path.resize(path.size() - 3);
+  const std::string extension = std::filesystem::path(path).extension().string();
+  if (extension == ".pdb" || extension == ".ent") return Format::Pdb;
+  if (extension == ".cif" || extension == ".mmcif" || extension == ".mcif") return Format::Mmcif;
+  return std::nullopt;
+}
+
+std::vector<std::string> split_chain_list(const std::string& text) {
+  std::vector<std::string> chains;
+  if (text.empty()) return chains;
+  size_t begin = 0;
+  while (true) {
+    const size_t comma = text.find(',', begin);
+    std::string item = text.substr(begin, comma - begin);
+    item.erase(0, item.find_first_not_of(' '));
+    item.erase(item.find_last_not_of(' ') + 1);
+    if (item.empty()) throw InputError("invalid chain list \"" + text + "\": empty item");
+    chains.push_back(item);
+    if (comma == std::string::npos) break;
+    begin = comma + 1;
+  }
+  return chains;
+}
+
+}  // namespace
+
+struct StructureReader::Impl {
+  std::string path;
+  ReadOptions options;
+  Format format = Format::Pdb;
+  std::optional<detail::ModelConverter> converter;
+  bool any_model = false;
+
+  std::optional<PdbSplitter> pdb;  // PDB: the models not read yet
+  PdbChunk chunk;
+
+  std::vector<int> cif_numbers;  // mmCIF: the model numbers in file order
+  size_t cif_next = 0;
+
+  bool wanted(int number) const {
+    return options.models.empty() ||
+           std::binary_search(options.models.begin(), options.models.end(), number);
+  }
+
+  void check_models_present(std::vector<int> in_file) const {
+    std::sort(in_file.begin(), in_file.end());
+    for (const int number : options.models) {
+      if (!std::binary_search(in_file.begin(), in_file.end(), number)) {
+        throw InputError(
+            path + ": no model " + std::to_string(number) + " (the file has " +
+            (in_file.empty() ? std::string("no models") : "models " + format_model_list(in_file)) +
+            ")");
+      }
+    }
+  }
+
+  void open_pdb() {
+    if (!options.models.empty()) {
+      // One pass over the file first, so that an unknown model number is
+      // reported before any model is read.
+      PdbSplitter scan(path);
+      std::vector<int> numbers;
+      PdbChunk skipped;
+      while (scan.next(skipped, [](int) { return false; })) numbers.push_back(skipped.number);
+      check_models_present(numbers);
+    }
+    pdb.emplace(path);
+  }
+
+  bool next_pdb(Model& out) {
+    const auto keep = [this](int number) { return wanted(number); };
+    do {
+      if (!pdb->next(chunk, keep)) return false;
+    } while (!wanted(chunk.number));
+    out.number = chunk.number;
+    out.atoms = to_atoms(converter->pdb_model(chunk.text, chunk.lines, chunk.number));
+    return true;
+  }
+
+  bool next_mmcif(Model& out) {
+    while (cif_next < cif_numbers.size()) {
+      const size_t index = cif_next++;
+      if (!wanted(cif_numbers[index])) continue;
+      out.number = cif_numbers[index];
+      out.atoms = to_atoms(converter->mmcif_model(index));
+      return true;
+    }
+    return false;
+  }
+
+  static std::vector<vorn::Atom> to_atoms(std::vector<detail::ParsedAtom> parsed) {
+    std::vector<vorn::Atom> atoms(parsed.size());
+    for (size_t i = 0; i < parsed.size(); ++i) {
+      detail::ParsedAtom& p = parsed[i];
+      atoms[i] = {std::move(p.name),        std::move(p.element), std::move(p.residue_name),
+                  p.residue_number,         p.insertion_code,     std::move(p.chain),
+                  vorn::Vec3{p.x, p.y, p.z}};
+    }
+    return atoms;
+  }
+};
+
+StructureReader::StructureReader(const std::string& path, ReadOptions options,
+                                 std::optional<Format> format)
+    : impl_(std::make_unique<Impl>()) {
+  Impl& d = *impl_;
+  d.path = path;
+  d.options = std::move(options);
+  std::sort(d.options.models.begin(), d.options.models.end());
+  detail::AtomRules rules;
+  rules.altloc = d.options.altloc;
+  rules.hetatm = d.options.hetatm;
+  rules.keep_hydrogens = d.options.keep_hydrogens;
+  rules.chains = split_chain_list(d.options.chains);
+  rules.exclude = d.options.exclude;
+  d.converter.emplace(path, std::move(rules));
+  if (!format) format = format_from_content(path);
+  if (!format) format = format_from_extension(path);
+  if (!format) throw InputError(path + ": unknown format (neither PDB nor mmCIF)");
+  d.format = *format;
+  if (d.format == Format::Pdb) {
+    d.open_pdb();
+  } else {
+    d.cif_numbers = d.converter->load_mmcif(InputFile(path).read_all());
+    d.check_models_present(d.cif_numbers);
+  }
+}
+
+StructureReader::~StructureReader() = default;
+StructureReader::StructureReader(StructureReader&&) noexcept = default;
+StructureReader& StructureReader::operator=(StructureReader&&) noexcept = default;
+
+bool StructureReader::next(Model& model) {
+  Impl& d = *impl_;
+  const bool got = d.format == Format::Pdb ? d.next_pdb(model) : d.next_mmcif(model);
+  if (got) {
+    d.any_model = true;
+  } else if (!d.any_model) {
+    throw InputError(d.path + ": no atoms (no " +
+                     (d.format == Format::Pdb ? "ATOM or HETATM records" : "_atom_site records") +
+                     ")");
+  }
+  return got;
+}
+
+Format StructureReader::format() const { return impl_->format; }
+
+std::string StructureReader::format_name() const {
+  return impl_->format == Format::Pdb ? "PDB" : "mmCIF";
+}
+
+}  // namespace vorn::io

@@ -1,0 +1,78 @@
+// Reading of coordinate files (PDB and mmCIF, plain or gzip-compressed) into
+// the engine's atom lists, one model at a time.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "io/input_error.hpp"
+#include "vorn/structure.hpp"
+
+namespace vorn::io {
+
+enum class Format { Pdb, Mmcif };
+
+// "pdb" or "cif"/"mmcif"/"pdbx" (any case); nullopt for anything else.
+std::optional<Format> parse_format(std::string_view name);
+
+// Which atoms of a file are read.
+struct ReadOptions {
+  std::optional<char> altloc;  // keep this conformer; default: highest occupancy
+  bool hetatm = false;         // keep HETATM records other than water
+  bool keep_hydrogens = false;
+  std::vector<int> models;  // model numbers as in the file; empty = all
+  std::string chains;       // "A,B"; empty = all
+  std::string exclude;      // atoms to drop, gemmi selection syntax ("/*/A/70-76")
+};
+
+// One model of a file: its number (as in the file, or 1, 2, ... where the
+// file has no model records) and its atoms in file order.
+struct Model {
+  int number = 0;
+  std::vector<vorn::Atom> atoms;
+};
+
+// "1,3-5" -> {1, 3, 4, 5}. Numbers are positive, ranges ascending, and no
+// number may appear twice. Throws InputError.
+std::vector<int> parse_model_list(const std::string& text);
+
+// The inverse of parse_model_list for ascending lists: {1,2,3,7} -> "1-3,7".
+std::string format_model_list(std::span<const int> numbers);
+
+// Reads a coordinate file model by model. PDB files are streamed: only the
+// current model's records are held in memory. The format comes from the
+// file's first record, else from its extension (a trailing ".gz" ignored),
+// unless it is given.
+//
+// Per model, in file order: waters are dropped; other HETATM records are kept
+// only with `hetatm`; hydrogens (H, D) only with `keep_hydrogens`; of the
+// alternate locations of an atom the one of highest occupancy (the first on
+// ties) is kept, or the one named by `altloc` (atoms without alternate
+// location are always kept); then the `chains` and `exclude` filters apply.
+// A model left without atoms is an error.
+class StructureReader {
+ public:
+  explicit StructureReader(const std::string& path, ReadOptions options = {},
+                           std::optional<Format> format = {});
+  ~StructureReader();
+  StructureReader(StructureReader&&) noexcept;
+  StructureReader& operator=(StructureReader&&) noexcept;
+  StructureReader(const StructureReader&) = delete;
+  StructureReader& operator=(const StructureReader&) = delete;
+
+  // Fills `model` with the next selected model; false after the last one.
+  bool next(Model& model);
+
+  Format format() const;
+  std::string format_name() const;  // "PDB" or "mmCIF"
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace vorn::io

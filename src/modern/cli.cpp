@@ -1,0 +1,347 @@
+#include "modern/cli.hpp"
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "modern/fit_command.hpp"
+#include "modern/fit_plot.hpp"
+#include "modern/fit_report.hpp"
+#include "modern/predict_command.hpp"
+#include "modern/predict_report.hpp"
+#include "modern/version.hpp"
+#include "vorn/error.hpp"
+
+namespace vorn::modern {
+
+namespace {
+
+constexpr int kBadInput = 1;
+constexpr int kMisuse = 2;
+
+const std::vector<std::string> kCommands = {"predict", "fit"};
+
+// Writes the finished output to the file or to standard output.
+void write_output(const std::string& text, const std::string& path) {
+  if (path.empty() || path == "-") {
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    std::fflush(stdout);
+    return;
+  }
+  std::ofstream out(path, std::ios::binary);
+  if (!out) throw InputError(path + ": cannot open for writing");
+  out << text;
+  if (!out.flush()) throw InputError(path + ": write failed");
+}
+
+// A progress line on standard error when it is a terminal and the run has
+// several models or takes longer than a second.
+class Progress {
+ public:
+  explicit Progress(bool enabled) : enabled_(enabled && isatty(STDERR_FILENO) != 0) {}
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+  void model_done(const std::string& file, int count) {
+    if (!enabled_) return;
+    const auto elapsed = std::chrono::steady_clock::now() - start_;
+    if (count < 2 && elapsed < std::chrono::seconds(1)) return;
+    std::fprintf(stderr, "\r%s: %d model%s predicted", file.c_str(), count, count == 1 ? "" : "s");
+    std::fflush(stderr);
+    shown_ = true;
+  }
+  ~Progress() {
+    if (shown_) std::fputs("\n", stderr);
+  }
+
+ private:
+  bool enabled_;
+  bool shown_ = false;
+  std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+// Option texts converted after parsing.
+struct OptionText {
+  std::string models, altloc, input_format;
+  std::string sampling = "9,18,18";
+  std::string medium = "bicelle";
+  std::string selection = "surface";
+  std::string format = "text";
+  double atom_radius = 0.0;
+};
+
+void add_reading_options(CLI::App& cmd, PredictSettings& s, OptionText& t) {
+  const char* group = "Reading the structure";
+  cmd.add_option("--input-format", t.input_format, "pdb or cif (default: from the content)")
+      ->group(group)
+      ->check(CLI::IsMember({"pdb", "cif", "mmcif", "pdbx"}, CLI::ignore_case));
+  cmd.add_option("--models", t.models, "models to use, e.g. 1,3-5 (default: all)")->group(group);
+  cmd.add_option("--altloc", t.altloc, "alternate location to keep (default: highest occupancy)")
+      ->group(group);
+  cmd.add_flag("--hetatm", s.read.hetatm, "keep HETATM records other than water")->group(group);
+  cmd.add_flag("--keep-hydrogens", s.read.keep_hydrogens,
+               "hydrogens take part in the steric model (default: removed)")
+      ->group(group);
+  cmd.add_option("--chains", s.read.chains, "chains to read, e.g. A,B (default: all)")
+      ->group(group);
+  cmd.add_option("--exclude", s.read.exclude,
+                 "atoms to leave out, gemmi selection syntax, e.g. '/*/A/70-76'")
+      ->group(group);
+}
+
+void add_model_options(CLI::App& cmd, PredictSettings& s, OptionText& t, const char* group) {
+  cmd.add_option("--select", t.selection, "atoms of the steric model: surface, heavy or all")
+      ->group(group)
+      ->check(CLI::IsMember({"surface", "heavy", "all"}))
+      ->capture_default_str();
+  cmd.add_option("--medium", t.medium, "bicelle, phage or bicelle+phage")
+      ->group(group)
+      ->check(CLI::IsMember({"bicelle", "phage", "bicelle+phage"}))
+      ->capture_default_str();
+  cmd.add_option("--concentration", s.medium.concentration, "lipid or phage, g/ml")
+      ->group(group)
+      ->check(CLI::PositiveNumber)
+      ->capture_default_str();
+  cmd.add_option("--molar-ratio", s.medium.molar_ratio, "long- to short-chain lipid (bicelles)")
+      ->group(group)
+      ->check(CLI::PositiveNumber)
+      ->capture_default_str();
+  cmd.add_option("--obstacle-dimension", s.medium.obstacle_dimension,
+                 "bicelle thickness or phage diameter, A (default: 20 bicelle, 30 phage)")
+      ->group(group)
+      ->check(CLI::PositiveNumber);
+  cmd.add_option("--atom-radius", t.atom_radius,
+                 "contact radius of an atom, A (default: 1.4 with surface, else 3.0)")
+      ->group(group)
+      ->check(CLI::PositiveNumber);
+  cmd.add_option("--grid-spacing", s.medium.grid_spacing, "step of the position grid, A")
+      ->group(group)
+      ->check(CLI::PositiveNumber)
+      ->capture_default_str();
+  cmd.add_option("--order-parameter", s.medium.order_parameter, "scale of the predicted tensor")
+      ->group(group)
+      ->capture_default_str();
+  cmd.add_option("--sampling", t.sampling, "orientation steps THETA,PHI,PSI")
+      ->group(group)
+      ->capture_default_str();
+  cmd.add_option("--threads", s.threads, "worker threads (default: all cores)")
+      ->group(group)
+      ->check(CLI::Range(1, 1024));
+}
+
+void add_output_options(CLI::App& cmd, PredictSettings& s, OptionText& t) {
+  const char* group = "Output";
+  cmd.add_option("--format", t.format, "text, json or csv")
+      ->group(group)
+      ->check(CLI::IsMember({"text", "json", "csv"}))
+      ->capture_default_str();
+  cmd.add_option("-o,--output", s.output_file, "output file (default: standard output)")
+      ->group(group);
+  cmd.add_flag("-q,--quiet", s.quiet, "no progress line")->group(group);
+}
+
+// "9,18,18" -> the three sampling counts, each at least 1.
+Sampling parse_sampling(const std::string& text) {
+  Sampling s;
+  char extra = 0;
+  if (std::sscanf(text.c_str(), "%d,%d,%d%c", &s.theta, &s.phi, &s.psi, &extra) != 3 ||
+      s.theta < 1 || s.phi < 1 || s.psi < 1) {
+    throw CLI::ValidationError("--sampling",
+                               "expects three whole numbers of at least 1, e.g. 9,18,18 (got '" +
+                                   text + "')");
+  }
+  return s;
+}
+
+// The parsed option texts into the settings; throws CLI::ValidationError.
+void finish_options(const CLI::App& cmd, const OptionText& t, PredictSettings& s) {
+  s.sampling = parse_sampling(t.sampling);
+  if (!t.altloc.empty()) {
+    if (t.altloc.size() != 1) {
+      throw CLI::ValidationError("--altloc", "expects one character (got '" + t.altloc + "')");
+    }
+    s.read.altloc = t.altloc[0];
+  }
+  s.medium.kind = t.medium == "phage"           ? MediumKind::phage
+                  : t.medium == "bicelle+phage" ? MediumKind::bicelle_and_phage
+                                                : MediumKind::bicelle;
+  s.selection = t.selection == "heavy" ? Selection::heavy
+                : t.selection == "all" ? Selection::all
+                                       : Selection::surface;
+  s.output_format = t.format == "json"  ? OutputFormat::json
+                    : t.format == "csv" ? OutputFormat::csv
+                                        : OutputFormat::text;
+  if (cmd.count("--atom-radius") > 0) {
+    s.atom_radius_given = true;
+    s.medium.atom_radius = t.atom_radius;
+  }
+  if (!t.input_format.empty()) s.input_format = parse_format(t.input_format);
+  if (!t.models.empty()) {
+    try {
+      s.read.models = parse_model_list(t.models);
+    } catch (const InputError& e) {
+      throw CLI::ValidationError("--models", e.what());
+    }
+  }
+}
+
+int run_predict(PredictSettings& s) {
+  const PredictionContext context(s.sampling, s.threads);
+  std::vector<FilePrediction> results;
+  Progress progress(!s.quiet);
+  for (const std::string& file : s.files) {
+    results.push_back(
+        predict_file(file, s, context, [&](int count) { progress.model_done(file, count); }));
+  }
+  write_output(format_predictions(results, s), s.output_file);
+  return 0;
+}
+
+int run_fit_command(const FitSettings& s) {
+  const FitResult result = run_fit(s);
+  const std::string text = format_fit(result, s);
+  if (!s.plot_file.empty()) write_fit_plots(result, s.plot_file);
+  write_output(text, s.common.output_file);
+  return 0;
+}
+
+}  // namespace
+
+bool is_modern_command(std::string_view first) {
+  if (first.rfind("--", 0) == 0) return true;
+  for (const std::string& c : kCommands)
+    if (first == c) return true;
+  return false;
+}
+
+int run_cli(int argc, char** argv) {
+  CLI::App app{"VORN: steric alignment tensors and residual dipolar couplings of proteins and "
+               "nucleic acids.\nThe classic interface, vorn [-A<auto>] [-D<couplings>] "
+               "[-O<out>] <file>, works as before.",
+               "vorn"};
+  app.set_version_flag("--version", std::string("vorn ") + kVersion);
+  app.require_subcommand(0, 1);
+  app.fallthrough();
+
+  PredictSettings predict_settings;
+  OptionText predict_text;
+  CLI::App* predict = app.add_subcommand(
+      "predict", "Predict the alignment tensor and backbone couplings of every model");
+  predict->add_option("STRUCTURE", predict_settings.files, "PDB or mmCIF file(s), optionally gzipped")
+      ->required()
+      ->type_name("FILE");
+  add_reading_options(*predict, predict_settings, predict_text);
+  add_model_options(*predict, predict_settings, predict_text, "Steric model");
+  add_output_options(*predict, predict_settings, predict_text);
+
+  FitSettings fit_settings;
+  OptionText fit_text;
+  std::string couplings_format, set, errors = "none", bond_lengths = "standard";
+  bool per_model = false, ensemble = false, unweighted = false;
+  CLI::App* fit = app.add_subcommand(
+      "fit", "Fit the alignment tensor to measured couplings, with quality and error bars");
+  fit->add_option("STRUCTURE", fit_settings.structure, "PDB or mmCIF file, optionally gzipped")
+      ->required()
+      ->type_name("FILE");
+  fit->add_option("COUPLINGS", fit_settings.couplings,
+                  "measured couplings: classic, X-PLOR/CNS restraints or a table")
+      ->required()
+      ->type_name("FILE");
+  add_reading_options(*fit, fit_settings.common, fit_text);
+  const char* couplings_group = "Couplings";
+  fit->add_option("--couplings-format", couplings_format, "classic, xplor or table (default: by content)")
+      ->group(couplings_group)
+      ->check(CLI::IsMember({"classic", "dc", "xplor", "cns", "table"}, CLI::ignore_case));
+  fit->add_option("--set", set, "tensor set (X-PLOR tensor residue, e.g. 500; default: every set)")
+      ->group(couplings_group);
+  fit->add_flag("--lenient", fit_settings.coupling_read.lenient,
+                "skip bad lines and couplings whose atoms are missing, with a count")
+      ->group(couplings_group);
+  fit->add_option("--types", fit_settings.types,
+                  "coupling types to fit, e.g. N-H,CA-HA,CA-C,C-N,C-HN (default: all)")
+      ->group(couplings_group)
+      ->delimiter(',');
+  fit->add_option("--bond-lengths", bond_lengths, "standard or structure")
+      ->group(couplings_group)
+      ->check(CLI::IsMember({"standard", "structure"}))
+      ->capture_default_str();
+  const char* fit_group = "Fit";
+  auto* per_model_flag =
+      fit->add_flag("--per-model", per_model, "one tensor per model")->group(fit_group);
+  fit->add_flag("--ensemble", ensemble, "one tensor for the models, couplings averaged over them")
+      ->group(fit_group)
+      ->excludes(per_model_flag);
+  fit->add_flag("--unweighted", unweighted, "do not weight by the errors")->group(fit_group);
+  fit->add_flag("--fix-sign", fit_settings.fix_sign,
+                "invert the coupling types whose sign looks inverted, then fit")
+      ->group(fit_group);
+  fit->add_flag("--drop-outliers", fit_settings.drop_outliers,
+                "refit without the couplings beyond 3 sigma")
+      ->group(fit_group);
+  fit->add_option("--errors", errors, "error bars: none, montecarlo or bootstrap")
+      ->group(fit_group)
+      ->check(CLI::IsMember({"none", "montecarlo", "bootstrap"}))
+      ->capture_default_str();
+  fit->add_option("--samples", fit_settings.samples, "samples of the error estimate")
+      ->group(fit_group)
+      ->check(CLI::Range(2, 10000000))
+      ->capture_default_str();
+  fit->add_option("--seed", fit_settings.seed, "seed of the error estimate")
+      ->group(fit_group)
+      ->capture_default_str();
+  fit->add_flag("--predict", fit_settings.predict,
+                "add the steric prediction (medium options below) beside the fit")
+      ->group(fit_group);
+  add_model_options(*fit, fit_settings.common, fit_text, "Steric prediction (--predict)");
+  add_output_options(*fit, fit_settings.common, fit_text);
+  fit->add_option("--plot", fit_settings.plot_file,
+                  "correlation plot: FILE.svg, .pdf or .png")
+      ->group("Output");
+
+  try {
+    app.parse(argc, argv);
+    if (predict->parsed()) finish_options(*predict, predict_text, predict_settings);
+    if (fit->parsed()) {
+      finish_options(*fit, fit_text, fit_settings.common);
+      fit_settings.mode = per_model  ? FitMode::per_model
+                          : ensemble ? FitMode::ensemble
+                                     : FitMode::single;
+      fit_settings.weighted = !unweighted;
+      fit_settings.structure_lengths = bond_lengths == "structure";
+      if (errors == "montecarlo") fit_settings.errors = ErrorMethod::monte_carlo;
+      if (errors == "bootstrap") fit_settings.errors = ErrorMethod::bootstrap;
+      if (!couplings_format.empty()) {
+        fit_settings.coupling_read.format = io::parse_coupling_format(couplings_format);
+      }
+      if (!set.empty()) fit_settings.coupling_read.set = set;
+    }
+  } catch (const CLI::ParseError& e) {
+    const int status = app.exit(e);
+    return status == 0 ? 0 : kMisuse;
+  }
+  if (!predict->parsed() && !fit->parsed()) {
+    std::fprintf(stderr,
+                 "vorn: a command is required (predict, fit)\nRun with --help for more "
+                 "information.\n");
+    return kMisuse;
+  }
+  try {
+    if (fit->parsed()) return run_fit_command(fit_settings);
+    return run_predict(predict_settings);
+  } catch (const InputError& e) {
+    std::fprintf(stderr, "vorn: %s\n", e.what());
+    return kBadInput;
+  } catch (const Error& e) {
+    std::fprintf(stderr, "vorn: %s\n", e.what());
+    return kBadInput;
+  } catch (const std::bad_alloc&) {
+    std::fprintf(stderr, "vorn: out of memory\n");
+    return kBadInput;
+  }
+}
+
+}  // namespace vorn::modern

@@ -1,0 +1,20 @@
+// Output of `vorn predict`: text, JSON and CSV.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "modern/predict_command.hpp"
+
+namespace vorn::modern {
+
+// The whole output for the predicted files, as one string: nothing is
+// written before every model has been predicted, so a failure leaves no
+// partial document.
+std::string format_predictions(const std::vector<FilePrediction>& files,
+                               const PredictSettings& settings);
+
+// The insertion code as text: "" when there is none.
+std::string icode_text(char icode);
+
+}  // namespace vorn::modern

@@ -1,0 +1,443 @@
+// `vorn predict` run as a program: its JSON read back and checked key by key
+// against the classic run's own steps, the library and independent
+// arithmetic; the other formats and options against the JSON.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <zlib.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "capture.hpp"
+#include "classic/config.hpp"
+#include "classic/limits.hpp"
+#include "classic/pdb_reader.hpp"
+#include "classic/selection.hpp"
+#include "vorn/classic.hpp"
+#include "vorn/tensor.hpp"
+
+namespace vorn {
+namespace {
+
+using json = nlohmann::json;
+using test::data_path;
+
+struct RunResult {
+  std::string out;
+  int status = -1;
+};
+
+// Runs vorn with the arguments (a shell word list) and captures stdout.
+RunResult run_vorn(const std::string& args) {
+  const std::string command = std::string(VORN_BINARY) + " " + args + " 2>/dev/null";
+  RunResult r;
+  FILE* pipe = popen(command.c_str(), "r");
+  char buffer[65536];
+  size_t n = 0;
+  while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) r.out.append(buffer, n);
+  const int raw = pclose(pipe);
+  r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  return r;
+}
+
+json predict_json(const std::string& args) {
+  const RunResult r = run_vorn("predict --format json " + args);
+  EXPECT_EQ(r.status, 0) << args;
+  return json::parse(r.out);
+}
+
+SaupeElements saupe_of(const json& model) {
+  SaupeElements s{};
+  const json& a = model.at("tensor").at("saupe");
+  EXPECT_EQ(a.size(), 5u);
+  for (int i = 0; i < 5; ++i) s[i] = a.at(i).get<double>();
+  return s;
+}
+
+bool same_bits(const SaupeElements& a, const SaupeElements& b) {
+  return std::memcmp(a.data(), b.data(), sizeof a) == 0;
+}
+
+// The classic run's elements for a classic-layout file and an auto file:
+// auto file, reader, selection, prediction with the classic capacities.
+SaupeElements classic_saupe(const std::string& file, const std::string& auto_text) {
+  Settings settings;
+  test::Input auto_file(auto_text);
+  int flags[kOptionSlots] = {};
+  FILE* files[kOptionSlots] = {};
+  flags[1] = 1;
+  files[1] = auto_file.release();
+  test::Capture out, err;
+  test::Input in("");
+  Io io{in.file(), out.file(), err.file()};
+  read_auto(settings, flags, files, io);
+  refine_bicelle(settings);
+  AtomArrays atoms;
+  const int total = reading_PDBfile(data_path(file).c_str(), atoms, out.file());
+  const int n = select_atoms(total, atoms, settings, io);
+  std::vector<Vec3> positions;
+  for (int i = 1; i <= n; ++i) positions.push_back({atoms.x[i], atoms.y[i], atoms.z[i]});
+  ClassicLimits limits;
+  limits.max_grid_index = kGridSlots - 1;
+  limits.orientation_limit = kOrientationLimit;
+  return classic_predict(settings, positions, limits);
+}
+
+std::string quoted(const std::string& path) { return "'" + path + "'"; }
+
+std::string temp_path(const std::string& name) {
+  return (std::filesystem::temp_directory_path() /
+          ("vorn_predict_test_" + std::to_string(getpid()) + "_" + name))
+      .string();
+}
+
+std::string gzip_copy(const std::string& from, const std::string& name) {
+  std::ifstream in(from, std::ios::binary);
+  std::stringstream text;
+  text << in.rdbuf();
+  const std::string path = temp_path(name);
+  gzFile f = gzopen(path.c_str(), "wb");
+  const std::string s = text.str();
+  gzwrite(f, s.data(), static_cast<unsigned>(s.size()));
+  gzclose(f);
+  return path;
+}
+
+const std::string kUbq = quoted(data_path("structures/ubq_1d3z_m1.pdb"));
+const std::string kUbqRaw = quoted(data_path("raw/1UBQ_raw.pdb"));
+const std::string kBundleCif = quoted(data_path("raw/1d3z.cif"));
+
+TEST(PredictCommand, DefaultRunIsTheClassicRunInBicelles) {
+  const json doc = predict_json(kUbq);
+  const SaupeElements classic = classic_saupe("structures/ubq_1d3z_m1.pdb",
+                                              "ANISOTROPIC_MEDIUM: 1\nLIPID_CONCENTRATION: 0.05\n");
+  ASSERT_EQ(doc.at("models").size(), 1u);
+  EXPECT_TRUE(same_bits(saupe_of(doc["models"][0]), classic));
+  // The classic reference report of this run prints Da(NH) = 13.2 Hz and
+  // R = 0.210.
+  EXPECT_NEAR(doc["models"][0]["tensor"]["da_hz"].get<double>(), 13.2, 0.05);
+  EXPECT_NEAR(doc["models"][0]["tensor"]["rhombicity"].get<double>(), 0.210, 0.0005);
+}
+
+TEST(PredictCommand, JsonKeyByKey) {
+  const json doc = predict_json(kUbq);
+  EXPECT_EQ(doc.at("vorn_version").get<std::string>(), "2.0.0");
+  EXPECT_EQ(doc.at("input").at("file").get<std::string>(), data_path("structures/ubq_1d3z_m1.pdb"));
+  EXPECT_EQ(doc["input"].at("format").get<std::string>(), "PDB");
+  const json& s = doc.at("settings");
+  EXPECT_EQ(s.at("medium"), "bicelle");
+  EXPECT_EQ(s.at("concentration"), 0.05);
+  EXPECT_EQ(s.at("molar_ratio"), 3.0);
+  EXPECT_EQ(s.at("obstacle_dimension"), 20.0);
+  EXPECT_EQ(s.at("atom_radius"), 1.4);
+  EXPECT_EQ(s.at("grid_spacing"), 0.5);
+  EXPECT_EQ(s.at("order_parameter"), 0.8);
+  EXPECT_EQ(s.at("sampling"), json::array({9, 18, 18}));
+  EXPECT_EQ(s.at("select"), "surface");
+  EXPECT_FALSE(doc.contains("ensemble"));
+
+  const json& m = doc.at("models").at(0);
+  EXPECT_EQ(m.at("model"), 1);
+  EXPECT_EQ(m.at("atoms_used"), 162);  // the surface atoms of the classic run
+  EXPECT_EQ(m.at("atoms_read"), 1231);
+  EXPECT_EQ(m.at("built_hydrogens"), 0);
+  const json& t = m.at("tensor");
+  const AlignmentTensor expected = analyze_tensor(saupe_of(m));
+  for (int k = 0; k < 3; ++k) {
+    EXPECT_EQ(t.at("eigenvalues").at(k).get<double>(), expected.eigenvalues[k]);
+    for (int c = 0; c < 3; ++c)
+      EXPECT_EQ(t.at("eigenvectors").at(k).at(c).get<double>(), expected.eigenvectors[k][c]);
+  }
+  EXPECT_EQ(t.at("da_hz").get<double>(), expected.da_hz);
+  EXPECT_EQ(t.at("rhombicity").get<double>(), expected.rhombicity);
+  ASSERT_EQ(t.at("euler_deg").size(), 4u);
+  for (int k = 0; k < 4; ++k)
+    for (int c = 0; c < 3; ++c)
+      EXPECT_EQ(t["euler_deg"][k].at(c).get<double>(), expected.euler_deg[k][c]);
+
+  // Every coupling recomputed from the atoms of the file: the vector
+  // between the named atoms, the Saupe matrix written out, and
+  // Dmax = -(mu0/4pi) g1 g2 hbar / (pi r^3) with the standard distances.
+  std::map<std::pair<int, std::string>, Vec3> where;
+  std::ifstream in(data_path("structures/ubq_1d3z_m1.pdb"));
+  for (std::string line; std::getline(in, line);) {
+    std::istringstream f(line);
+    std::string rec, name, res;
+    int serial = 0, resnum = 0;
+    Vec3 p;
+    if (f >> rec && rec == "ATOM" && f >> serial >> name >> res >> resnum >> p.x >> p.y >> p.z)
+      where[{resnum, name}] = p;
+  }
+  const SaupeElements sv = saupe_of(m);
+  const double S[3][3] = {{-(sv[0] - sv[1]) / 2, sv[2], sv[3]},
+                          {sv[2], -(sv[0] + sv[1]) / 2, sv[4]},
+                          {sv[3], sv[4], sv[0]}};
+  const std::map<std::string, double> gamma{
+      {"H", 26.7522128e7}, {"C", 6.728284e7}, {"N", -2.71261804e7}};
+  const std::map<std::string, double> r{
+      {"N-H", 1.02}, {"CA-HA", 1.09}, {"CA-C", 1.525}, {"C-N", 1.329}, {"C-HN", 2.04}};
+  std::map<std::string, int> count;
+  for (const json& c : m.at("couplings")) {
+    const std::string type = c.at("type");
+    const int res = c.at("residue");
+    ++count[type];
+    EXPECT_EQ(c.at("chain"), "");
+    EXPECT_EQ(c.at("icode"), "");
+    const bool previous = type == "C-N" || type == "C-HN";
+    const Vec3 a = where.at({previous ? res - 1 : res, c.at("atom1")});
+    const Vec3 b = where.at({res, c.at("atom2")});
+    double v[3] = {b.x - a.x, b.y - a.y, b.z - a.z};
+    const double len = std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
+    double proj = 0.0;
+    for (int i = 0; i < 3; ++i)
+      for (int j = 0; j < 3; ++j) proj += S[i][j] * v[i] * v[j] / (len * len);
+    const std::string e1 = c.at("atom1").get<std::string>().substr(0, 1);
+    const std::string e2 = c.at("atom2").get<std::string>().substr(0, 1);
+    const double rr = r.at(type) * 1e-10;
+    const double dmax =
+        -1e-7 * gamma.at(e1) * gamma.at(e2) * 1.054571817e-34 / (M_PI * rr * rr * rr);
+    EXPECT_NEAR(c.at("predicted_hz").get<double>(), dmax * proj, 1e-9 * std::fabs(dmax));
+  }
+  // Ubiquitin: 76 residues, prolines 19, 37, 38 have no amide proton, Met1
+  // has NH3+ (H1-H3), glycines 10, 35, 47, 53, 75, 76 have two alpha protons.
+  EXPECT_EQ(count["N-H"], 72);
+  EXPECT_EQ(count["CA-HA"], 76 + 6);
+  EXPECT_EQ(count["CA-C"], 76);
+  EXPECT_EQ(count["C-N"], 75);
+  EXPECT_EQ(count["C-HN"], 72);
+}
+
+TEST(PredictCommand, ArchiveFilesGiveTheClassicTensors) {
+  // 1UBQ as deposited (chain identifiers, waters) is the classic run on the
+  // converted X-ray file; the mmCIF bundle's model 1 is the classic run on
+  // the converted model 1.
+  const json raw = predict_json(kUbqRaw);
+  EXPECT_TRUE(same_bits(saupe_of(raw["models"][0]),
+                        classic_saupe("structures/ubq_1ubq_xray.pdb", "ANISOTROPIC_MEDIUM: 1\n")));
+  EXPECT_GT(raw["models"][0]["built_hydrogens"].get<int>(), 60);
+
+  const json bundle = predict_json(kBundleCif);
+  ASSERT_EQ(bundle.at("models").size(), 10u);
+  EXPECT_EQ(bundle["input"]["format"], "mmCIF");
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(bundle["models"][i]["model"], i + 1);
+  EXPECT_TRUE(same_bits(saupe_of(bundle["models"][0]),
+                        classic_saupe("structures/ubq_1d3z_m1.pdb", "ANISOTROPIC_MEDIUM: 1\n")));
+  // The PDB form of the same bundle: the same tensors, model by model.
+  const json pdb = predict_json(quoted(data_path("raw/1D3Z_raw_10models.pdb")));
+  for (int i = 0; i < 10; ++i)
+    EXPECT_TRUE(same_bits(saupe_of(pdb["models"][i]), saupe_of(bundle["models"][i])));
+}
+
+TEST(PredictCommand, EnsembleSummaryAndMeasuredCouplings) {
+  const json doc = predict_json(kBundleCif);
+  const json& e = doc.at("ensemble");
+  EXPECT_EQ(e.at("models"), 10);
+  std::vector<double> da;
+  for (const json& m : doc["models"]) da.push_back(m["tensor"]["da_hz"]);
+  double mean = 0, sd = 0;
+  for (double x : da) mean += x / 10;
+  for (double x : da) sd += (x - mean) * (x - mean) / 9;
+  EXPECT_NEAR(e.at("da_hz_mean").get<double>(), mean, 1e-12);
+  EXPECT_NEAR(e.at("da_hz_sd").get<double>(), std::sqrt(sd), 1e-12);
+  EXPECT_TRUE(e.contains("rhombicity_mean") && e.contains("rhombicity_sd"));
+
+  // Ensemble couplings: each the mean of the models' own values.
+  std::map<std::string, std::vector<double>> per_key;
+  for (const json& m : doc["models"])
+    for (const json& c : m["couplings"])
+      per_key[c["type"].get<std::string>() + std::to_string(c["residue"].get<int>()) +
+              c["atom2"].get<std::string>()]
+          .push_back(c["predicted_hz"]);
+  for (const json& c : e.at("couplings")) {
+    const auto& v =
+        per_key.at(c["type"].get<std::string>() + std::to_string(c["residue"].get<int>()) +
+                   c["atom2"].get<std::string>());
+    double s = 0;
+    for (double x : v) s += x;
+    EXPECT_NEAR(c.at("predicted_hz_mean").get<double>(), s / v.size(), 1e-9);
+    EXPECT_EQ(c.at("models").get<int>(), static_cast<int>(v.size()));
+    EXPECT_TRUE(c.contains("predicted_hz_sd"));
+  }
+
+  // Against the measured N-H couplings in bicelles: r, Q, slope.
+  std::map<int, double> measured;
+  std::ifstream in(data_path("couplings/ubq_2mjb_t500_bicelleA_nh.dc"));
+  int res = 0, type = 0;
+  double value = 0;
+  while (in >> res >> value >> type)
+    if (type == 0) measured[res] = value;
+  const auto stats = [&](const json& couplings, const char* key) {
+    std::vector<double> x, y;
+    for (const json& c : couplings) {
+      if (c["type"] != "N-H" || !measured.count(c["residue"].get<int>())) continue;
+      x.push_back(measured[c["residue"].get<int>()]);
+      y.push_back(c[key].get<double>());
+    }
+    const double n = x.size();
+    double mx = 0, my = 0;
+    for (size_t i = 0; i < x.size(); ++i) mx += x[i] / n, my += y[i] / n;
+    double sxy = 0, sxx = 0, syy = 0, d2 = 0, m2 = 0;
+    for (size_t i = 0; i < x.size(); ++i) {
+      sxy += (x[i] - mx) * (y[i] - my);
+      sxx += (x[i] - mx) * (x[i] - mx);
+      syy += (y[i] - my) * (y[i] - my);
+      d2 += (y[i] - x[i]) * (y[i] - x[i]);
+      m2 += x[i] * x[i];
+    }
+    std::printf("%s: %zu N-H couplings, r = %.3f, Q = %.3f, slope = %.3f\n", key, x.size(),
+                sxy / std::sqrt(sxx * syy), std::sqrt(d2 / m2), sxy / sxx);
+    return sxy / std::sqrt(sxx * syy);
+  };
+  EXPECT_GT(stats(doc["models"][0]["couplings"], "predicted_hz"), 0.95);
+  EXPECT_GT(stats(e["couplings"], "predicted_hz_mean"), 0.93);
+}
+
+TEST(PredictCommand, GzipCsvTextAndOutputFile) {
+  const RunResult plain = run_vorn("predict --format csv " + kBundleCif);
+  const RunResult gz =
+      run_vorn("predict --format csv " + quoted(gzip_copy(data_path("raw/1d3z.cif"), "b.cif.gz")));
+  ASSERT_EQ(plain.status, 0);
+  EXPECT_EQ(gz.out, plain.out);
+  const RunResult pdb_gz =
+      run_vorn("predict --format csv " +
+               quoted(gzip_copy(data_path("raw/1D3Z_raw_10models.pdb"), "b.pdb.gz")));
+  EXPECT_EQ(pdb_gz.out, plain.out);
+
+  // CSV: the header, then one row per coupling of the JSON, same values.
+  const json doc = predict_json(kBundleCif);
+  std::istringstream rows(plain.out);
+  std::string line;
+  std::getline(rows, line);
+  EXPECT_EQ(line, "model,chain,residue,icode,resname,type,atom1,atom2,predicted_hz");
+  for (const json& m : doc["models"]) {
+    for (const json& c : m["couplings"]) {
+      ASSERT_TRUE(std::getline(rows, line));
+      std::ostringstream start;
+      start << m["model"].get<int>() << "," << c["chain"].get<std::string>() << ","
+            << c["residue"].get<int>() << ",," << c["resname"].get<std::string>() << ","
+            << c["type"].get<std::string>() << "," << c["atom1"].get<std::string>() << ","
+            << c["atom2"].get<std::string>() << ",";
+      ASSERT_EQ(line.rfind(start.str(), 0), 0u) << line;
+      EXPECT_EQ(std::stod(line.substr(start.str().size())), c["predicted_hz"].get<double>());
+    }
+  }
+  EXPECT_FALSE(std::getline(rows, line));
+
+  // -o writes what standard output would show.
+  const std::string file = temp_path("out.json");
+  const RunResult to_file = run_vorn("predict --format json -o " + quoted(file) + " " + kUbq);
+  EXPECT_EQ(to_file.status, 0);
+  EXPECT_EQ(to_file.out, "");
+  std::ifstream written(file);
+  std::stringstream text;
+  text << written.rdbuf();
+  EXPECT_EQ(text.str(), run_vorn("predict --format json " + kUbq).out);
+
+  // Text: the report per model and the ensemble.
+  const RunResult report = run_vorn("predict " + kBundleCif);
+  EXPECT_NE(report.out.find("model 10:"), std::string::npos);
+  EXPECT_NE(report.out.find("ensemble of 10 models: Da(NH) = "), std::string::npos);
+  const RunResult xray = run_vorn("predict " + kUbqRaw);
+  EXPECT_NE(xray.out.find("no amide hydrogens in the structure: "), std::string::npos);
+}
+
+TEST(PredictCommand, MediumAndSamplingOptionsAreTheClassicSettings) {
+  struct Case {
+    std::string options, auto_text;
+  };
+  for (const Case& c : std::vector<Case>{
+           {"--medium phage --concentration 0.02",
+            "ANISOTROPIC_MEDIUM: 2\nLIPID_CONCENTRATION: 0.02\n"},
+           {"--medium bicelle+phage --molar-ratio 3.2 --select heavy",
+            "BICELLE_PHAGE: 1\nMOLAR_RATIO: 3.2\nSELECT_FLAG: 3\n"},
+           {"--select heavy --atom-radius 2.5 --grid-spacing 1.0 --sampling 6,12,12",
+            "SELECT_FLAG: 3\nATOM_RADIUS: 2.5\nGRID_SPACING: 1.0\nDIGIT_BETA: 6\nDIGIT_ALPHA: "
+            "12\nDIGIT_GAMMA: 12\n"},
+       }) {
+    SCOPED_TRACE(c.options);
+    const json doc = predict_json(c.options + " " + kUbq);
+    EXPECT_TRUE(same_bits(saupe_of(doc["models"][0]),
+                          classic_saupe("structures/ubq_1d3z_m1.pdb", c.auto_text)));
+  }
+}
+
+TEST(PredictCommand, ReadingOptions) {
+  const json all = predict_json(kBundleCif);
+  // --models picks models; their tensors are those of the full run.
+  const json some = predict_json("--models 2,4-5 " + kBundleCif);
+  ASSERT_EQ(some["models"].size(), 3u);
+  const int picked[3] = {2, 4, 5};
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(some["models"][i]["model"], picked[i]);
+    EXPECT_TRUE(same_bits(saupe_of(some["models"][i]), saupe_of(all["models"][picked[i] - 1])));
+  }
+  EXPECT_EQ(some["ensemble"]["models"], 3);
+  // Threads change nothing.
+  EXPECT_EQ(run_vorn("predict --format json --threads 1 --models 1 " + kBundleCif).out,
+            run_vorn("predict --format json --threads 2 --models 1 " + kBundleCif).out);
+  // Hydrogens in the steric model: every atom is used.
+  const json h = predict_json("--keep-hydrogens --select heavy --models 1 " + kBundleCif);
+  EXPECT_EQ(h["models"][0]["atoms_used"], 1231);
+  const json heavy = predict_json("--select heavy --models 1 " + kBundleCif);
+  EXPECT_EQ(heavy["models"][0]["atoms_used"], 602);
+  const json every = predict_json("--select all --models 1 " + kBundleCif);
+  EXPECT_EQ(every["models"][0]["atoms_used"], 1231);
+  // --exclude drops the flexible tail from the structure.
+  const json tail = predict_json("--select heavy --exclude '/*/A/72-76' --models 1 " + kBundleCif);
+  EXPECT_LT(tail["models"][0]["atoms_used"].get<int>(), 602);
+  for (const json& c : tail["models"][0]["couplings"]) EXPECT_LT(c["residue"].get<int>(), 72);
+  // --chains A is the whole protein here.
+  EXPECT_EQ(predict_json("--chains A --models 1 " + kBundleCif)["models"][0]["tensor"],
+            all["models"][0]["tensor"]);
+}
+
+TEST(PredictCommand, AltlocAndHetatmOnAHandMadeFile) {
+  // Two residues; CA of residue 2 in conformers A (0.3) and B (0.7); a
+  // ligand and a water.
+  const std::string path = temp_path("alt.pdb");
+  std::ofstream f(path);
+  const auto rec = [&](const char* kind, int serial, const char* name, char alt, const char* res,
+                       int num, double x, double y, double z, double occ, const char* el) {
+    char line[100];
+    std::snprintf(line, sizeof line,
+                  "%-6s%5d %-4s%c%3s A%4d    %8.3f%8.3f%8.3f%6.2f%6.2f          %2s\n", kind,
+                  serial, name, alt, res, num, x, y, z, occ, 0.0, el);
+    f << line;
+  };
+  rec("ATOM", 1, " N  ", ' ', "ALA", 1, 0, 0, 0, 1, "N");
+  rec("ATOM", 2, " CA ", ' ', "ALA", 1, 1.4, 0.5, 0, 1, "C");
+  rec("ATOM", 3, " C  ", ' ', "ALA", 1, 2.5, -0.3, 0, 1, "C");
+  rec("ATOM", 4, " N  ", ' ', "GLY", 2, 3.7, 0.2, 0, 1, "N");
+  rec("ATOM", 5, " CA ", 'A', "GLY", 2, 4.9, -0.6, 0.3, 0.3, "C");
+  rec("ATOM", 6, " CA ", 'B', "GLY", 2, 4.9, -0.6, -9.3, 0.7, "C");
+  rec("ATOM", 7, " C  ", ' ', "GLY", 2, 6.2, 0.1, 0, 1, "C");
+  rec("HETATM", 8, " C1 ", ' ', "LIG", 3, 9, 9, 9, 1, "C");
+  rec("HETATM", 9, " O  ", ' ', "HOH", 4, 12, 12, 12, 1, "O");
+  f.close();
+  const json by_occupancy = predict_json("--select heavy " + quoted(path));
+  const json altloc_a = predict_json("--select heavy --altloc A " + quoted(path));
+  const json hetatm = predict_json("--select heavy --hetatm " + quoted(path));
+  EXPECT_EQ(by_occupancy["models"][0]["atoms_used"], 6);  // no ligand, no water
+  EXPECT_EQ(hetatm["models"][0]["atoms_used"], 7);        // the ligand, still no water
+  // The CA-C vector of residue 2 comes from conformer B, or A when asked.
+  const auto ca_c_z = [](const json& doc) {
+    for (const json& c : doc["models"][0]["couplings"])
+      if (c["type"] == "CA-C" && c["residue"] == 2) return c["predicted_hz"].get<double>();
+    return std::nan("");
+  };
+  EXPECT_NE(ca_c_z(by_occupancy), ca_c_z(altloc_a));
+  EXPECT_NE(saupe_of(by_occupancy["models"][0]), saupe_of(altloc_a["models"][0]));
+  // No amide hydrogen in the file: one is built for residue 2.
+  EXPECT_EQ(by_occupancy["models"][0]["built_hydrogens"], 1);
+}
+
+}  // namespace
+}  // namespace vorn
