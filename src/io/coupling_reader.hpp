@@ -1,0 +1,116 @@
+// Reading of measured residual dipolar couplings in three layouts: the
+// classic "resnum value type" file, X-PLOR/CNS assign statements (several
+// alignment media in one file) and a plain table naming both atoms.
+//
+// classic  One coupling per line: "resnum value type", white-space
+//          separated. The type gives the atom pair, both atoms of residue i
+//          unless noted: 0 N-H, 1 CA-HA, 2 CA-C, 3 C(i-1)-N(i), 4 C(i-1)-H(i);
+//          type 5 has no atom pair and is an error. A value of 1000.0 Hz or
+//          more marks a coupling that was not measured: such lines (of any
+//          type 0-5) are left out without notice, the layout's own
+//          convention. Fields after the third are ignored, as the classic
+//          front end ignores them. Empty lines and lines whose first
+//          non-blank character is "#" are skipped. Chains are ""
+//          (unspecified).
+//
+// xplor    "assign" statements (any case, abbreviated down to "assi") of six
+//          parenthesised selections, the value, then one or two optional
+//          numbers. The first number after the value is the error (error_hz);
+//          the second, a second error bound of some potentials, is read and
+//          dropped; a third number is an error. The first four selections
+//          are the tensor axis atoms (OO, Z, X, Y) and must name one residue:
+//          its number names the set ("500"). The fifth and sixth select the
+//          coupled atoms with "resid N and name X [and segid S]" in any order
+//          (keywords in any case, "resi" and "segi" accepted, redundant inner
+//          parentheses allowed); the segid, quoted or not and trimmed, is the
+//          chain. Statements may span lines; a coupling carries the line of
+//          its "assign". Comments: "!" to the end of the line, "#" to the end
+//          of the line where it starts a word (inside a word, as in "HB#", it
+//          is part of the name), and "{ ... }" blocks (nested braces
+//          counted); none of them inside double quotes. Everything outside
+//          assign statements (set ... end, sani/dipo headers, nres=, class,
+//          force, potential, coefficients, end) is skipped. Atom names are
+//          upper-cased and the unambiguous X-PLOR names mapped to PDB ones:
+//          HN -> H, OT1 -> O, OT2 -> OXT. Pseudo-atoms (HB#, HG2#, QB, HB*)
+//          are kept as written.
+//
+// table    One coupling per line: "chain1 res1 atom1 chain2 res2 atom2 value
+//          [error]", white-space separated. A chain of "-" or "." means none
+//          (""). "#" starting a field comments out the rest of the line
+//          (whole-line or trailing comments); names such as "HB#" are kept.
+//          Atom names are taken as written.
+//
+// Errors (numbers that are not numbers, missing or surplus fields, an
+// unknown coupling type, a malformed assign statement, an unclosed "{"
+// comment) throw InputError "FILE:LINE: what was wrong, what was expected".
+// With `lenient` such a line or statement is skipped and counted in
+// skipped_lines instead. Values and errors must be finite, errors not
+// negative. A file without any coupling is an error in every mode. Couplings
+// listed twice are kept twice, in file order.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "io/input_error.hpp"
+
+namespace vorn::io {
+
+// One atom of a coupled pair. chain "" means any or unspecified.
+struct CouplingAtom {
+  std::string chain;
+  int residue = 0;
+  std::string name;
+};
+
+struct MeasuredCoupling {
+  CouplingAtom atom1, atom2;
+  double value_hz = 0.0;
+  std::optional<double> error_hz;  // absent when the file gives none
+  long line = 0;                   // line in the file (of the "assign" for X-PLOR)
+};
+
+// The couplings of one alignment medium. name: the tensor residue number of
+// X-PLOR files ("500"); "" for the layouts that hold a single set.
+struct CouplingSet {
+  std::string name;
+  std::vector<MeasuredCoupling> couplings;
+};
+
+enum class CouplingFormat { classic, xplor, table };
+
+struct CouplingReadOptions {
+  std::optional<CouplingFormat> format;  // unset: told from the content
+  std::optional<std::string> set;        // keep only this set (X-PLOR); default: all
+  bool lenient = false;                  // skip and count bad lines instead of failing
+};
+
+struct CouplingFile {
+  CouplingFormat format = CouplingFormat::classic;
+  std::vector<CouplingSet> sets;  // in order of first appearance in the file
+  int skipped_lines = 0;          // bad lines or statements skipped with `lenient`
+};
+
+// Reads a coupling file. Without options.format the layout is told from the
+// content: an assign keyword outside comments means X-PLOR; else the first
+// line holding data decides: 7 or 8 fields with integers in fields 2 and 5
+// mean a table, three leading numbers the classic layout. options.set keeps
+// one set of an X-PLOR file (a name the file lacks is an error listing the
+// sets it has); for the single-set layouts only "" is accepted. Throws
+// InputError.
+CouplingFile read_couplings(const std::string& path, const CouplingReadOptions& options = {});
+
+// The same reading for text already in memory; name_for_messages stands for
+// the file name in the messages.
+CouplingFile parse_couplings(std::string_view text, const std::string& name_for_messages,
+                             const CouplingReadOptions& options);
+
+// "classic" or "dc", "xplor" or "cns", "table" (any case); nullopt otherwise.
+std::optional<CouplingFormat> parse_coupling_format(std::string_view name);
+
+// "classic", "xplor" or "table".
+std::string coupling_format_name(CouplingFormat format);
+
+}  // namespace vorn::io

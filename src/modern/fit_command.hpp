@@ -1,0 +1,85 @@
+// `vorn fit`: measured couplings against a structure: a physically scaled
+// least-squares tensor with quality figures, sign checks, outliers, error
+// bars, and the steric prediction beside it.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "io/coupling_reader.hpp"
+#include "io/structure_reader.hpp"
+#include "modern/predict_command.hpp"
+#include "vorn/fit.hpp"
+
+namespace vorn::modern {
+
+enum class FitMode { single, per_model, ensemble };
+
+struct FitSettings {
+  std::string structure;
+  std::string couplings;
+  io::CouplingReadOptions coupling_read;
+  FitMode mode = FitMode::single;
+  bool weighted = true;
+  bool structure_lengths = false;  // --bond-lengths structure
+  std::vector<std::string> types;  // fit only these coupling types (all when empty)
+  bool fix_sign = false;
+  bool drop_outliers = false;
+  std::optional<ErrorMethod> errors;
+  int samples = 1000;
+  std::uint64_t seed = 0;
+  bool predict = false;
+  // Reading options, the steric model of --predict, output format and file.
+  PredictSettings common;
+  std::string plot_file;
+};
+
+// One coupling of a set resolved against the structure.
+struct ResolvedCoupling {
+  io::MeasuredCoupling measured;
+  std::string type;           // "N-H", "CA-HA", "CA-C", "C-N", "C-HN" or "ATOM1-ATOM2"
+  FitRow row;                 // design (averaged over models and pseudo-atom protons)
+  double distance = 0.0;      // Angstrom, the one Dmax was taken at
+  std::vector<DesignRow> model_rows;  // per model, for the prediction (ensemble)
+};
+
+struct PredictionComparison {
+  SaupeElements saupe{};
+  AlignmentTensor tensor;
+  std::vector<double> predicted_hz;  // one per coupling
+  double r = 0.0, q = 0.0, slope = 0.0;
+  double axis_angle_deg = 0.0;  // between the predicted and fitted principal z axes
+};
+
+struct SetFit {
+  std::string set;
+  std::vector<int> models;  // the models the fit rests on
+  std::vector<ResolvedCoupling> couplings;  // as fitted (after --drop-outliers)
+  TensorFit fit;
+  FitQuality quality;
+  std::vector<SignCheck> sign_check;
+  std::vector<std::string> inverted_types;  // applied with --fix-sign
+  std::vector<ResolvedCoupling> outliers;   // above 3 sigma (dropped with --drop-outliers)
+  std::optional<ErrorEstimate> errors;
+  std::optional<PredictionComparison> prediction;
+  int unresolved = 0;  // couplings skipped with --lenient
+};
+
+struct FitResult {
+  std::string structure_format;
+  std::string couplings_format;
+  int skipped_lines = 0;
+  std::vector<SetFit> sets;
+};
+
+FitResult run_fit(const FitSettings& settings);
+
+// The standard internuclear distance of an atom pair (same residue, or atom1
+// in the residue before atom2's when previous is set), or nothing where the
+// structure's distance is taken.
+std::optional<double> standard_length(const std::string& name1, const std::string& name2,
+                                      bool previous);
+
+}  // namespace vorn::modern

@@ -1,0 +1,16 @@
+// The correlation plots of `vorn fit`.
+#pragma once
+
+#include <string>
+
+#include "modern/fit_command.hpp"
+
+namespace vorn::modern {
+
+// One plot per fitted set (and model): measured against back-calculated per
+// coupling type, and against the steric prediction when there is one. With
+// several fits the set name (and model) goes before the extension:
+// plot.svg -> plot_500.svg, plot_500_m2.svg.
+void write_fit_plots(const FitResult& result, const std::string& path);
+
+}  // namespace vorn::modern
