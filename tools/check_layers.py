@@ -9,6 +9,8 @@ engine    src/{molecule,couplings,simulation,tensor,fit,api} and the rest of
           subsystems below them (fit may use couplings; api uses all)
 io        src/io (readers of the files people have, shared by the modern
           front ends): the public API and itself
+app       src/app (the commands behind the modern front ends): the public
+          API, src/io and itself
 front     src/classic, src/modern, src/mpi, python: nothing includes them;
           front ends other than the classic one use only the public API and
           src/io
@@ -48,8 +50,8 @@ def project_part(header):
         return "ground"
     if first in ENGINE:
         return first
-    if first == "io":
-        return "io"
+    if first in ("io", "app"):
+        return first
     if first in FRONT:
         return "front:" + first
     return None
@@ -66,8 +68,8 @@ def layer_of(path):
             return ("ground", None)
         if parts[1] in ENGINE:
             return ("engine", parts[1])
-        if parts[1] == "io":
-            return ("io", None)
+        if parts[1] in ("io", "app"):
+            return (parts[1], None)
         if parts[1] in FRONT:
             return ("front", parts[1])
     if parts[0] == "python":
@@ -88,8 +90,10 @@ def allowed(layer, sub, part):
         return part in ("ground", "public", sub) or part in ENGINE_DEPS[sub]
     if layer == "io":
         return part in ("public", "io")
+    if layer == "app":
+        return part in ("public", "io", "app")
     if layer == "front":
-        if part == "front:" + sub or part == "io":
+        if part == "front:" + sub or part in ("io", "app"):
             return True
         # The classic front end also raises the ground's classic errors; the
         # other front ends use the public API alone.

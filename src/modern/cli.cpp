@@ -9,15 +9,17 @@
 #include <string>
 #include <vector>
 
-#include "modern/fit_command.hpp"
+#include "app/fit_command.hpp"
 #include "modern/fit_plot.hpp"
 #include "modern/fit_report.hpp"
-#include "modern/predict_command.hpp"
+#include "app/predict_command.hpp"
 #include "modern/predict_report.hpp"
 #include "modern/version.hpp"
 #include "vorn/error.hpp"
 
 namespace vorn::modern {
+
+using namespace vorn::app;  // the shared commands this front end presents
 
 namespace {
 

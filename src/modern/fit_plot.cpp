@@ -6,6 +6,8 @@
 
 namespace vorn::modern {
 
+using namespace vorn::app;  // the shared commands this front end presents
+
 namespace {
 
 std::string plot_path(const std::string& path, const FitResult& result, const SetFit& set,

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "modern/fit_command.hpp"
+#include "app/fit_command.hpp"
 
 namespace vorn::modern {
 
@@ -11,6 +11,6 @@ namespace vorn::modern {
 // coupling type, and against the steric prediction when there is one. With
 // several fits the set name (and model) goes before the extension:
 // plot.svg -> plot_500.svg, plot_500_m2.svg.
-void write_fit_plots(const FitResult& result, const std::string& path);
+void write_fit_plots(const app::FitResult& result, const std::string& path);
 
 }  // namespace vorn::modern

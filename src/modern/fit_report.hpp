@@ -3,12 +3,12 @@
 
 #include <string>
 
-#include "modern/fit_command.hpp"
+#include "app/fit_command.hpp"
 
 namespace vorn::modern {
 
 // The whole output as one string (nothing is written before the fits are
 // done).
-std::string format_fit(const FitResult& result, const FitSettings& settings);
+std::string format_fit(const app::FitResult& result, const app::FitSettings& settings);
 
 }  // namespace vorn::modern

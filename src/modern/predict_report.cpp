@@ -8,6 +8,8 @@
 
 namespace vorn::modern {
 
+using namespace vorn::app;  // the shared commands this front end presents
+
 namespace {
 
 using json = nlohmann::ordered_json;

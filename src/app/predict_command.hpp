@@ -11,7 +11,7 @@
 #include "vorn/predict.hpp"
 #include "vorn/tensor.hpp"
 
-namespace vorn::modern {
+namespace vorn::app {
 
 using io::Format;
 using io::InputError;
@@ -93,4 +93,4 @@ FilePrediction predict_file(const std::string& path, const PredictSettings& sett
 // Mean and sample standard deviation (n - 1; 0 for one model) over models.
 EnsembleSummary summarise(const std::vector<ModelPrediction>& models);
 
-}  // namespace vorn::modern
+}  // namespace vorn::app

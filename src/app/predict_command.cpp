@@ -1,4 +1,4 @@
-#include "modern/predict_command.hpp"
+#include "app/predict_command.hpp"
 
 #include <cmath>
 #include <map>
@@ -7,7 +7,7 @@
 
 #include "vorn/error.hpp"
 
-namespace vorn::modern {
+namespace vorn::app {
 
 std::vector<Vec3> steric_atoms(const std::vector<Atom>& atoms, const PredictSettings& s) {
   std::vector<Atom> kept;
@@ -131,4 +131,4 @@ EnsembleSummary summarise(const std::vector<ModelPrediction>& models) {
   return e;
 }
 
-}  // namespace vorn::modern
+}  // namespace vorn::app

@@ -1,4 +1,4 @@
-#include "modern/fit_command.hpp"
+#include "app/fit_command.hpp"
 
 #include <algorithm>
 #include <cctype>
@@ -9,7 +9,7 @@
 #include "vorn/couplings.hpp"
 #include "vorn/error.hpp"
 
-namespace vorn::modern {
+namespace vorn::app {
 
 namespace {
 
@@ -422,4 +422,4 @@ FitResult run_fit(const FitSettings& s) {
   return result;
 }
 
-}  // namespace vorn::modern
+}  // namespace vorn::app

@@ -10,10 +10,10 @@
 
 #include "io/coupling_reader.hpp"
 #include "io/structure_reader.hpp"
-#include "modern/predict_command.hpp"
+#include "app/predict_command.hpp"
 #include "vorn/fit.hpp"
 
-namespace vorn::modern {
+namespace vorn::app {
 
 enum class FitMode { single, per_model, ensemble };
 
@@ -82,4 +82,4 @@ FitResult run_fit(const FitSettings& settings);
 std::optional<double> standard_length(const std::string& name1, const std::string& name2,
                                       bool previous);
 
-}  // namespace vorn::modern
+}  // namespace vorn::app
