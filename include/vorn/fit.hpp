@@ -90,7 +90,7 @@ struct SignCheck {
 std::vector<SignCheck> check_signs(std::span<const FitRow> rows, bool weighted = true);
 
 // Rows whose residual exceeds `sigmas` standard deviations: the error of
-// the row when given, else the rmsd of the fit.
+// the row when given, else the rmsd of the fit over the row's type.
 std::vector<std::size_t> outliers(std::span<const FitRow> rows, const TensorFit& fit,
                                   double sigmas = 3.0);
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <map>
 #include <random>
 #include <string>
 
@@ -316,15 +317,19 @@ std::vector<SignCheck> check_signs(std::span<const FitRow> rows, bool weighted) 
 
 std::vector<std::size_t> outliers(std::span<const FitRow> rows, const TensorFit& fit,
                                   double sigmas) {
-  double d2 = 0.0;
+  // Without an error of its own a coupling is measured against the rmsd of
+  // its type (types differ in size by their Dmax).
+  std::map<std::string, std::pair<double, int>> sums;
   for (std::size_t i = 0; i < rows.size(); ++i) {
     const double d = rows[i].value_hz - fit.calculated_hz[i];
-    d2 += d * d;
+    auto& [sum, n] = sums[rows[i].type];
+    sum += d * d;
+    ++n;
   }
-  const double rmsd = rows.empty() ? 0.0 : std::sqrt(d2 / static_cast<double>(rows.size()));
   std::vector<std::size_t> found;
   for (std::size_t i = 0; i < rows.size(); ++i) {
-    const double sigma = rows[i].error_hz > 0.0 ? rows[i].error_hz : rmsd;
+    const auto& [sum, n] = sums[rows[i].type];
+    const double sigma = rows[i].error_hz > 0.0 ? rows[i].error_hz : std::sqrt(sum / n);
     if (std::fabs(rows[i].value_hz - fit.calculated_hz[i]) > sigmas * sigma) found.push_back(i);
   }
   return found;

@@ -295,9 +295,9 @@ void add_model(Group& g, const io::Model& model, const io::CouplingFile& file,
             break;
           }
         }
+        r.row.type = r.type;
         r.row.value_hz = m.value_hz;
         r.row.error_hz = m.error_hz.value_or(0.0);
-        r.row.type = r.type;
         g.sets[k].push_back(std::move(r));
       }
       g.present[k].assign(g.sets[k].size(), true);

@@ -3,6 +3,11 @@
 #include <cmath>
 #include <map>
 #include <string>
+#include <condition_variable>
+#include <deque>
+#include <exception>
+#include <mutex>
+#include <thread>
 #include <tuple>
 
 #include "vorn/error.hpp"
@@ -28,107 +33,218 @@ Medium effective_medium(const PredictSettings& settings) {
   return medium;
 }
 
-namespace {
-
-double mean(const std::vector<double>& v) {
-  double sum = 0.0;
-  for (double x : v) sum += x;
-  return v.empty() ? 0.0 : sum / static_cast<double>(v.size());
-}
-
-double sample_sd(const std::vector<double>& v, double m) {
-  if (v.size() < 2) return 0.0;
-  double sum = 0.0;
-  for (double x : v) sum += (x - m) * (x - m);
-  return std::sqrt(sum / static_cast<double>(v.size() - 1));
-}
-
-}  // namespace
-
 double effective_atom_radius(const PredictSettings& settings) {
   if (settings.atom_radius_given) return settings.medium.atom_radius;
   return settings.selection == Selection::surface ? 1.4 : 3.0;
 }
 
-FilePrediction predict_file(const std::string& path, const PredictSettings& settings,
-                            const PredictionContext& context,
-                            const std::function<void(int)>& progress) {
+ModelPrediction predict_model(const Model& model, const PredictSettings& settings,
+                              const PredictionContext& context, int threads,
+                              const std::string& path) {
+  const std::vector<Vec3> atoms = steric_atoms(model.atoms, settings);
+  if (atoms.empty()) {
+    throw InputError(path + ": model " + std::to_string(model.number) +
+                     " has no atom left after the selection");
+  }
+  ModelPrediction m;
+  m.model = model.number;
+  m.atoms_read = static_cast<int>(model.atoms.size());
+  m.atoms_used = static_cast<int>(atoms.size());
+  m.tensor = analyze_tensor(context.predict_saupe(atoms, effective_medium(settings), threads));
+  const BackboneSites sites = backbone_sites(model.atoms);
+  m.built_hydrogens = sites.built_hydrogens;
+  m.couplings.reserve(sites.sites.size());
+  for (const CouplingSite& site : sites.sites) {
+    PredictedCoupling c;
+    c.site = site;
+    c.dmax_hz = dipolar_constant_hz(site.element1, site.element2, standard_distance(site.type));
+    c.predicted_hz = dipolar_coupling_hz(m.tensor.saupe, site.vector, c.dmax_hz);
+    m.couplings.push_back(std::move(c));
+  }
+  return m;
+}
+
+namespace {
+
+// One model on its way through the pipeline.
+struct Slot {
+  bool ready = false;
+  ModelPrediction prediction;
+  std::string text;
+  std::exception_ptr error;
+};
+
+}  // namespace
+
+std::string predict_stream(const std::string& path, const PredictSettings& settings,
+                           const PredictionContext& context, int workers, int threads,
+                           const std::function<void(const std::string&)>& start,
+                           const std::function<std::string(const ModelPrediction&)>& format,
+                           const std::function<void(const ModelPrediction&, const std::string&)>& emit) {
   // Hydrogens are always read: the couplings need them; the selection
   // decides whether they enter the steric model.
   ReadOptions read = settings.read;
   read.keep_hydrogens = true;
   StructureReader reader(path, read, settings.input_format);
+  const std::string format_name = reader.format_name();
+  if (start) start(format_name);
+  workers = std::max(workers, 1);
+  // Models read ahead of the one emitted next: enough to keep every worker
+  // busy, few enough that memory does not grow with the file.
+  const long window = 4L * workers;
 
-  const Medium medium = effective_medium(settings);
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::map<long, Slot> slots;  // models read and not yet emitted, by order in the file
+  std::deque<std::pair<long, Model>> jobs;
+  long next_emit = 0;
+  long read_count = 0;
+  bool reading_done = false;
+  bool stop = false;
+  std::exception_ptr read_error;
 
-  FilePrediction result;
-  result.file = path;
-  result.format = reader.format_name();
-  Model model;
-  while (reader.next(model)) {
-    const std::vector<Vec3> atoms = steric_atoms(model.atoms, settings);
-    if (atoms.empty()) {
-      throw InputError(path + ": model " + std::to_string(model.number) +
-                       " has no atom left after the selection");
+  std::thread reading([&] {
+    try {
+      for (;;) {
+        {
+          std::unique_lock lock(mutex);
+          changed.wait(lock, [&] { return stop || read_count - next_emit < window; });
+          if (stop) break;
+        }
+        Model model;
+        if (!reader.next(model)) break;
+        std::lock_guard lock(mutex);
+        slots[read_count];
+        jobs.emplace_back(read_count, std::move(model));
+        ++read_count;
+        changed.notify_all();
+      }
+    } catch (...) {
+      std::lock_guard lock(mutex);
+      read_error = std::current_exception();
     }
-    ModelPrediction m;
-    m.model = model.number;
-    m.atoms_read = static_cast<int>(model.atoms.size());
-    m.atoms_used = static_cast<int>(atoms.size());
-    m.tensor = analyze_tensor(context.predict_saupe(atoms, medium));
-    const BackboneSites sites = backbone_sites(model.atoms);
-    m.built_hydrogens = sites.built_hydrogens;
-    for (const CouplingSite& site : sites.sites) {
-      PredictedCoupling c;
-      c.site = site;
-      c.dmax_hz = dipolar_constant_hz(site.element1, site.element2, standard_distance(site.type));
-      c.predicted_hz = dipolar_coupling_hz(m.tensor.saupe, site.vector, c.dmax_hz);
-      m.couplings.push_back(std::move(c));
-    }
-    result.models.push_back(std::move(m));
-    if (progress) progress(static_cast<int>(result.models.size()));
+    std::lock_guard lock(mutex);
+    reading_done = true;
+    changed.notify_all();
+  });
+
+  std::vector<std::thread> pool;
+  for (int w = 0; w < workers; ++w) {
+    pool.emplace_back([&] {
+      for (;;) {
+        std::pair<long, Model> job;
+        {
+          std::unique_lock lock(mutex);
+          changed.wait(lock, [&] { return stop || !jobs.empty() || reading_done; });
+          if (stop || (jobs.empty() && reading_done)) return;
+          job = std::move(jobs.front());
+          jobs.pop_front();
+        }
+        Slot done;
+        try {
+          done.prediction = predict_model(job.second, settings, context, threads, path);
+          if (format) done.text = format(done.prediction);
+        } catch (...) {
+          done.error = std::current_exception();
+        }
+        done.ready = true;
+        std::lock_guard lock(mutex);
+        slots[job.first] = std::move(done);
+        changed.notify_all();
+      }
+    });
   }
-  if (result.models.empty()) throw InputError(path + ": no model selected");
-  if (result.models.size() > 1) result.ensemble = summarise(result.models);
-  return result;
+
+  // Emit in file order on this thread; the first failure (a model that
+  // cannot be predicted, or the reader's) ends the stream after every
+  // earlier model was emitted.
+  std::exception_ptr failure;
+  for (;;) {
+    Slot slot;
+    {
+      std::unique_lock lock(mutex);
+      changed.wait(lock, [&] {
+        const auto it = slots.find(next_emit);
+        return (it != slots.end() && it->second.ready) || (reading_done && next_emit == read_count);
+      });
+      const auto it = slots.find(next_emit);
+      if (it == slots.end()) {
+        failure = read_error;
+        break;
+      }
+      slot = std::move(it->second);
+      slots.erase(it);
+    }
+    if (slot.error) {
+      failure = slot.error;
+      break;
+    }
+    try {
+      emit(slot.prediction, slot.text);
+    } catch (...) {
+      failure = std::current_exception();
+      break;
+    }
+    std::lock_guard lock(mutex);
+    ++next_emit;
+    changed.notify_all();
+  }
+  {
+    std::lock_guard lock(mutex);
+    stop = true;
+    changed.notify_all();
+  }
+  reading.join();
+  for (std::thread& t : pool) t.join();
+  if (failure) std::rethrow_exception(failure);
+  if (next_emit == 0) throw InputError(path + ": no model selected");
+  return format_name;
 }
 
-EnsembleSummary summarise(const std::vector<ModelPrediction>& models) {
-  EnsembleSummary e;
-  e.models = static_cast<int>(models.size());
-  std::vector<double> da, r;
-  for (const ModelPrediction& m : models) {
-    da.push_back(m.tensor.da_hz);
-    r.push_back(m.tensor.rhombicity);
-  }
-  e.da_hz_mean = mean(da);
-  e.da_hz_sd = sample_sd(da, e.da_hz_mean);
-  e.rhombicity_mean = mean(r);
-  e.rhombicity_sd = sample_sd(r, e.rhombicity_mean);
-
-  // Couplings matched by residue, type and atoms, in order of first
-  // appearance; the values are summed in model order.
-  using Key = std::tuple<std::string, int, char, std::string, std::string, std::string>;
-  std::map<Key, std::size_t> index;
-  std::vector<std::vector<double>> values;
-  for (const ModelPrediction& m : models) {
-    for (const PredictedCoupling& c : m.couplings) {
-      const CouplingSite& s = c.site;
-      const Key key{s.chain, s.residue_number, s.insertion_code, s.type, s.atom1, s.atom2};
-      auto [it, added] = index.try_emplace(key, e.couplings.size());
-      if (added) {
-        e.couplings.push_back({s, 0, 0.0, 0.0});
-        values.emplace_back();
-      }
-      values[it->second].push_back(c.predicted_hz);
+void EnsembleAccumulator::add(const ModelPrediction& m) {
+  ++models_;
+  da_.add(m.tensor.da_hz);
+  rhombicity_.add(m.tensor.rhombicity);
+  for (const PredictedCoupling& c : m.couplings) {
+    const CouplingSite& s = c.site;
+    const Key key{s.chain, s.residue_number, s.insertion_code, s.type, s.atom1, s.atom2};
+    auto [it, added] = index_.try_emplace(key, sites_.size());
+    if (added) {
+      sites_.push_back(s);
+      values_.emplace_back();
     }
+    values_[it->second].add(c.predicted_hz);
   }
-  for (std::size_t i = 0; i < e.couplings.size(); ++i) {
-    e.couplings[i].models = static_cast<int>(values[i].size());
-    e.couplings[i].mean_hz = mean(values[i]);
-    e.couplings[i].sd_hz = sample_sd(values[i], e.couplings[i].mean_hz);
+}
+
+EnsembleSummary EnsembleAccumulator::summary() const {
+  EnsembleSummary e;
+  e.models = models_;
+  e.da_hz_mean = da_.mean();
+  e.da_hz_sd = da_.sd();
+  e.rhombicity_mean = rhombicity_.mean();
+  e.rhombicity_sd = rhombicity_.sd();
+  for (std::size_t i = 0; i < sites_.size(); ++i) {
+    e.couplings.push_back({sites_[i], values_[i].count(), values_[i].mean(), values_[i].sd()});
   }
   return e;
+}
+
+FilePrediction predict_file(const std::string& path, const PredictSettings& settings,
+                            const PredictionContext& context,
+                            const std::function<void(int)>& progress) {
+  FilePrediction result;
+  result.file = path;
+  EnsembleAccumulator ensemble;
+  result.format = predict_stream(
+      path, settings, context, std::max(settings.threads, 1), 1, {}, {},
+      [&](const ModelPrediction& m, const std::string&) {
+        ensemble.add(m);
+        result.models.push_back(m);
+        if (progress) progress(static_cast<int>(result.models.size()));
+      });
+  if (result.models.size() > 1) result.ensemble = ensemble.summary();
+  return result;
 }
 
 }  // namespace vorn::app

@@ -2,7 +2,11 @@
 // one or more structure files, with the predicted backbone couplings.
 #pragma once
 
+#include <cmath>
+#include <functional>
+#include <map>
 #include <optional>
+#include <tuple>
 #include <string>
 #include <vector>
 
@@ -84,13 +88,70 @@ Medium effective_medium(const PredictSettings& settings);
 // The atom radius in effect for the settings.
 double effective_atom_radius(const PredictSettings& settings);
 
-// Predicts every selected model of one file, one model at a time; progress(k)
-// is called after model k (1-based count). Throws InputError or vorn::Error.
+// The prediction of one model with `threads` threads; `path` names the file
+// in messages. Throws InputError or vorn::Error.
+ModelPrediction predict_model(const Model& model, const PredictSettings& settings,
+                              const PredictionContext& context, int threads,
+                              const std::string& path);
+
+// Streams the models of a file through `workers` threads: one thread reads
+// the models, the workers predict them (each prediction on `threads`
+// threads) and
+// run format() on the result, and emit() receives the predictions and their
+// text on the calling thread in file order; start(format name) is called
+// once the file is open, before any model. Only a few models are in memory
+// at any time. A failure (a model that cannot be read or predicted) is
+// thrown after every earlier model was emitted. Returns the format name
+// ("PDB" or "mmCIF").
+std::string predict_stream(const std::string& path, const PredictSettings& settings,
+                           const PredictionContext& context, int workers, int threads,
+                           const std::function<void(const std::string&)>& start,
+                           const std::function<std::string(const ModelPrediction&)>& format,
+                           const std::function<void(const ModelPrediction&, const std::string&)>& emit);
+
+// Running mean and sample standard deviation (n - 1; 0 below two values),
+// free of the cancellation of sums of squares.
+class RunningSpread {
+ public:
+  void add(double x) {
+    ++n_;
+    const double delta = x - mean_;
+    mean_ += delta / n_;
+    m2_ += delta * (x - mean_);
+  }
+  int count() const { return n_; }
+  double mean() const { return mean_; }
+  double sd() const { return n_ < 2 ? 0.0 : std::sqrt(m2_ / (n_ - 1)); }
+
+ private:
+  int n_ = 0;
+  double mean_ = 0.0;
+  double m2_ = 0.0;
+};
+
+// The ensemble summary built model by model, in the order the models are
+// added (the same bits for any number of threads or processes that deliver
+// them in file order). Couplings are matched by chain, residue, insertion
+// code, type and atoms, in order of first appearance.
+class EnsembleAccumulator {
+ public:
+  void add(const ModelPrediction& model);
+  int models() const { return models_; }
+  EnsembleSummary summary() const;
+
+ private:
+  using Key = std::tuple<std::string, int, char, std::string, std::string, std::string>;
+  int models_ = 0;
+  RunningSpread da_, rhombicity_;
+  std::map<Key, std::size_t> index_;
+  std::vector<CouplingSite> sites_;
+  std::vector<RunningSpread> values_;
+};
+
+// Predicts every selected model of one file and keeps them all (for small
+// files and the bindings); progress(k) is called after model k.
 FilePrediction predict_file(const std::string& path, const PredictSettings& settings,
                             const PredictionContext& context,
                             const std::function<void(int)>& progress = {});
-
-// Mean and sample standard deviation (n - 1; 0 for one model) over models.
-EnsembleSummary summarise(const std::vector<ModelPrediction>& models);
 
 }  // namespace vorn::app

@@ -3,7 +3,11 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <cstring>
+#include <thread>
 #include <cstdio>
 #include <fstream>
 #include <string>
@@ -191,15 +195,84 @@ void finish_options(const CLI::App& cmd, const OptionText& t, PredictSettings& s
   }
 }
 
-int run_predict(PredictSettings& s) {
-  const PredictionContext context(s.sampling, s.threads);
-  std::vector<FilePrediction> results;
-  Progress progress(!s.quiet);
-  for (const std::string& file : s.files) {
-    results.push_back(
-        predict_file(file, s, context, [&](int count) { progress.model_done(file, count); }));
+// Output written as it comes, to standard output or to a file opened at the
+// first write (so that a run failing before any output leaves no file).
+class Output {
+ public:
+  explicit Output(std::string path) : path_(std::move(path)) {}
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
+  ~Output() {
+    if (file_ != nullptr && file_ != stdout) std::fclose(file_);
   }
-  write_output(format_predictions(results, s), s.output_file);
+  void write(const std::string& text) {
+    if (text.empty()) return;
+    if (file_ == nullptr) {
+      file_ = path_.empty() || path_ == "-" ? stdout : std::fopen(path_.c_str(), "wb");
+      if (file_ == nullptr) throw InputError(path_ + ": cannot open for writing");
+    }
+    if (std::fwrite(text.data(), 1, text.size(), file_) != text.size()) {
+      throw InputError((path_.empty() ? std::string("standard output") : path_) + ": write failed");
+    }
+  }
+  void finish() {
+    if (file_ != nullptr && std::fflush(file_) != 0) throw InputError(path_ + ": write failed");
+  }
+
+ private:
+  std::string path_;
+  FILE* file_ = nullptr;
+};
+
+int run_predict(PredictSettings& s) {
+  // Every input must open before anything is written.
+  for (const std::string& file : s.files) {
+    std::ifstream probe(file, std::ios::binary);
+    if (!probe) throw InputError(file + ": cannot open: " + std::strerror(errno));
+  }
+  const int cores = std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
+  const int threads = s.threads > 0 ? s.threads : cores;
+  const PredictionContext context(s.sampling, threads);
+  // Models in parallel, one thread each; a fine sampling (beyond a few
+  // thousand orientations) is rather split within each prediction.
+  const bool split = context.orientation_count() >= 8192;
+  const int workers = split ? 1 : threads;
+  const int per_prediction = split ? threads : 1;
+
+  PredictReport report(s, s.files.size() > 1);
+  Output out(s.output_file);
+  Progress progress(!s.quiet);
+  out.write(report.begin_all());
+  for (const std::string& file : s.files) {
+    EnsembleAccumulator ensemble;
+    bool begun = false;
+    try {
+      predict_stream(
+          file, s, context, workers, per_prediction,
+          [&](const std::string& format) {
+            out.write(report.begin_file(file, format));
+            begun = true;
+          },
+          [&](const ModelPrediction& m) { return report.model(m, file); },
+          [&](const ModelPrediction& m, const std::string& text) {
+            out.write(report.separator());
+            out.write(text);
+            ensemble.add(m);
+            progress.model_done(file, ensemble.models());
+          });
+    } catch (const std::exception& e) {
+      // Close the document so that what was written stays valid, then fail.
+      if (begun) {
+        out.write(report.end_file_with_error(e.what(), ensemble.models()));
+        out.write(report.end_all());
+        out.finish();
+      }
+      throw;
+    }
+    out.write(report.end_file(ensemble));
+  }
+  out.write(report.end_all());
+  out.finish();
   return 0;
 }
 
@@ -342,6 +415,10 @@ int run_cli(int argc, char** argv) {
     return kBadInput;
   } catch (const std::bad_alloc&) {
     std::fprintf(stderr, "vorn: out of memory\n");
+    return kBadInput;
+  } catch (const std::exception& e) {
+    // Output files that cannot be written (plots), and the like.
+    std::fprintf(stderr, "vorn: %s\n", e.what());
     return kBadInput;
   }
 }

@@ -13,10 +13,18 @@ namespace {
 std::string plot_path(const std::string& path, const FitResult& result, const SetFit& set,
                       std::size_t index) {
   if (result.sets.size() == 1) return path;
-  std::string tag = set.set.empty() ? std::to_string(index + 1) : set.set;
   bool several_models = false;
-  for (const SetFit& other : result.sets) several_models |= other.models != set.models;
-  if (several_models && set.models.size() == 1) tag += "_m" + std::to_string(set.models[0]);
+  bool several_sets = false;
+  for (const SetFit& other : result.sets) {
+    several_models |= other.models != set.models;
+    several_sets |= other.set != set.set;
+  }
+  std::string tag;
+  if (several_sets) tag = set.set.empty() ? std::to_string(index + 1) : set.set;
+  if (several_models && set.models.size() == 1) {
+    tag += (tag.empty() ? "m" : "_m") + std::to_string(set.models[0]);
+  }
+  if (tag.empty()) tag = std::to_string(index + 1);
   const std::size_t dot = path.find_last_of('.');
   const std::size_t slash = path.find_last_of('/');
   if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) {

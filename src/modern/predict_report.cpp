@@ -78,54 +78,38 @@ json site_json(const CouplingSite& s) {
           {"atom2", s.atom2}};
 }
 
-json file_json(const FilePrediction& f, const PredictSettings& settings) {
-  json doc;
-  doc["vorn_version"] = kVersion;
-  doc["input"] = {{"file", f.file}, {"format", f.format}};
-  doc["settings"] = settings_json(settings);
-  json models = json::array();
-  for (const ModelPrediction& m : f.models) {
-    json couplings = json::array();
-    for (const PredictedCoupling& c : m.couplings) {
-      json j = site_json(c.site);
-      j["predicted_hz"] = c.predicted_hz;
-      j["dmax_hz"] = c.dmax_hz;
-      j["built_hydrogen"] = c.site.built_hydrogen;
-      couplings.push_back(std::move(j));
-    }
-    models.push_back({{"model", m.model},
-                      {"atoms_read", m.atoms_read},
-                      {"atoms_used", m.atoms_used},
-                      {"built_hydrogens", m.built_hydrogens},
-                      {"tensor", tensor_json(m.tensor)},
-                      {"couplings", std::move(couplings)}});
+json model_json(const ModelPrediction& m) {
+  json couplings = json::array();
+  for (const PredictedCoupling& c : m.couplings) {
+    json j = site_json(c.site);
+    j["predicted_hz"] = c.predicted_hz;
+    j["dmax_hz"] = c.dmax_hz;
+    j["built_hydrogen"] = c.site.built_hydrogen;
+    couplings.push_back(std::move(j));
   }
-  doc["models"] = std::move(models);
-  if (f.ensemble) {
-    const EnsembleSummary& e = *f.ensemble;
-    json couplings = json::array();
-    for (const EnsembleCoupling& c : e.couplings) {
-      json j = site_json(c.site);
-      j["models"] = c.models;
-      j["predicted_hz_mean"] = c.mean_hz;
-      j["predicted_hz_sd"] = c.sd_hz;
-      couplings.push_back(std::move(j));
-    }
-    doc["ensemble"] = {{"models", e.models},
-                       {"da_hz_mean", e.da_hz_mean},
-                       {"da_hz_sd", e.da_hz_sd},
-                       {"rhombicity_mean", e.rhombicity_mean},
-                       {"rhombicity_sd", e.rhombicity_sd},
-                       {"couplings", std::move(couplings)}};
-  }
-  return doc;
+  return {{"model", m.model},
+          {"atoms_read", m.atoms_read},
+          {"atoms_used", m.atoms_used},
+          {"built_hydrogens", m.built_hydrogens},
+          {"tensor", tensor_json(m.tensor)},
+          {"couplings", std::move(couplings)}};
 }
 
-std::string format_json(const std::vector<FilePrediction>& files, const PredictSettings& s) {
-  if (files.size() == 1) return file_json(files[0], s).dump(2) + "\n";
-  json all = json::array();
-  for (const FilePrediction& f : files) all.push_back(file_json(f, s));
-  return all.dump(2) + "\n";
+json ensemble_json(const EnsembleSummary& e) {
+  json couplings = json::array();
+  for (const EnsembleCoupling& c : e.couplings) {
+    json j = site_json(c.site);
+    j["models"] = c.models;
+    j["predicted_hz_mean"] = c.mean_hz;
+    j["predicted_hz_sd"] = c.sd_hz;
+    couplings.push_back(std::move(j));
+  }
+  return {{"models", e.models},
+          {"da_hz_mean", e.da_hz_mean},
+          {"da_hz_sd", e.da_hz_sd},
+          {"rhombicity_mean", e.rhombicity_mean},
+          {"rhombicity_sd", e.rhombicity_sd},
+          {"couplings", std::move(couplings)}};
 }
 
 // A CSV field, quoted when it holds a comma, a quote or a blank.
@@ -139,99 +123,143 @@ std::string csv_field(const std::string& text) {
   return quoted + "\"";
 }
 
-std::string format_csv(const std::vector<FilePrediction>& files) {
-  // With several files a first column names the file of each row.
-  const bool several = files.size() > 1;
-  std::string out = several ? "file," : "";
-  out += "model,chain,residue,icode,resname,type,atom1,atom2,predicted_hz\n";
-  for (const FilePrediction& f : files) {
-    for (const ModelPrediction& m : f.models) {
-      for (const PredictedCoupling& c : m.couplings) {
-        const CouplingSite& s = c.site;
-        if (several) out += csv_field(f.file) + ",";
-        out += fmt::format("{},{},{},{},{},{},{},{},{}\n", m.model, csv_field(s.chain),
-                           s.residue_number, csv_field(icode_text(s.insertion_code)),
-                           csv_field(s.residue_name), s.type, csv_field(s.atom1),
-                           csv_field(s.atom2), c.predicted_hz);
-      }
-    }
-  }
-  return out;
-}
-
-std::string format_text(const std::vector<FilePrediction>& files, const PredictSettings& s) {
-  std::string out;
-  const Medium& m = s.medium;
-  for (const FilePrediction& f : files) {
-    out += fmt::format("{} ({}): {} model(s)\n", f.file, f.format, f.models.size());
-    out += fmt::format(
-        "medium {} {:g} g/ml, molar ratio {:g}, obstacle {:g} A, atom radius {:g} A, grid "
-        "{:g} A, sampling {},{},{}, order parameter {:g}, atoms: {}\n",
-        medium_name(m.kind), m.concentration, m.molar_ratio, m.obstacle(), effective_atom_radius(s),
-        m.grid_spacing, s.sampling.theta, s.sampling.phi, s.sampling.psi, m.order_parameter,
-        selection_name(s.selection));
-    for (const ModelPrediction& p : f.models) {
-      const AlignmentTensor& t = p.tensor;
-      out += fmt::format("\nmodel {}: {} of {} atoms\n", p.model, p.atoms_used, p.atoms_read);
-      out +=
-          fmt::format("  Saupe (Szz, Sxx-Syy, Sxy, Sxz, Syz): {:.6e} {:.6e} {:.6e} {:.6e} {:.6e}\n",
-                      t.saupe[0], t.saupe[1], t.saupe[2], t.saupe[3], t.saupe[4]);
-      out += fmt::format("  Da(NH) = {:.2f} Hz   R = {:.3f}\n", t.da_hz, t.rhombicity);
-      out += fmt::format("  eigenvalues (zz, yy, xx): {:.6e} {:.6e} {:.6e}\n", t.eigenvalues[0],
-                         t.eigenvalues[1], t.eigenvalues[2]);
-      out += "  Euler angles (alpha, beta, gamma; deg):";
-      for (const auto& e : t.euler_deg)
-        out += fmt::format("  ({:.2f}, {:.2f}, {:.2f})", e[0], e[1], e[2]);
-      out += "\n";
-      if (p.built_hydrogens > 0) {
-        out += fmt::format(
-            "  no amide hydrogens in the structure: {} built on the C'-N-CA bisector at 1.02 A\n",
-            p.built_hydrogens);
-      }
-      out += fmt::format("  {:<5} {:>6} {:<4} {:<6} {:<5} {:<5} {:>10}\n", "chain", "resid", "res",
-                         "type", "atom1", "atom2", "D (Hz)");
-      for (const PredictedCoupling& c : p.couplings) {
-        const CouplingSite& st = c.site;
-        out += fmt::format("  {:<5} {:>6} {:<4} {:<6} {:<5} {:<5} {:>10.2f}\n", st.chain,
-                           std::to_string(st.residue_number) + icode_text(st.insertion_code),
-                           st.residue_name, st.type, st.atom1, st.atom2, c.predicted_hz);
-      }
-    }
-    if (f.ensemble) {
-      const EnsembleSummary& e = *f.ensemble;
-      out += fmt::format(
-          "\nensemble of {} models: Da(NH) = {:.2f} +/- {:.2f} Hz   R = {:.3f} +/- {:.3f}\n",
-          e.models, e.da_hz_mean, e.da_hz_sd, e.rhombicity_mean, e.rhombicity_sd);
-      out += fmt::format("  {:<5} {:>6} {:<4} {:<6} {:<5} {:<5} {:>10} {:>8}\n", "chain", "resid",
-                         "res", "type", "atom1", "atom2", "mean (Hz)", "sd");
-      for (const EnsembleCoupling& c : e.couplings) {
-        const CouplingSite& st = c.site;
-        out += fmt::format("  {:<5} {:>6} {:<4} {:<6} {:<5} {:<5} {:>10.2f} {:>8.2f}\n", st.chain,
-                           std::to_string(st.residue_number) + icode_text(st.insertion_code),
-                           st.residue_name, st.type, st.atom1, st.atom2, c.mean_hz, c.sd_hz);
-      }
-    }
-  }
-  return out;
-}
-
 }  // namespace
 
-std::string icode_text(char icode) {
-  return icode == ' ' || icode == '\0' ? "" : std::string(1, icode);
-}
+std::string icode_text(char icode) { return icode == ' ' || icode == '\0' ? "" : std::string(1, icode); }
 
-std::string format_predictions(const std::vector<FilePrediction>& files,
-                               const PredictSettings& settings) {
-  switch (settings.output_format) {
+std::string PredictReport::begin_all() const {
+  switch (settings_.output_format) {
     case OutputFormat::json:
-      return format_json(files, settings);
+      return several_ ? "[\n" : "";
     case OutputFormat::csv:
-      return format_csv(files);
+      return std::string(several_ ? "file," : "") +
+             "model,chain,residue,icode,resname,type,atom1,atom2,predicted_hz\n";
     case OutputFormat::text:
       break;
   }
-  return format_text(files, settings);
+  return "";
+}
+
+std::string PredictReport::begin_file(const std::string& file, const std::string& format) {
+  first_model_ = true;
+  const bool first_file = files_begun_++ == 0;
+  const Medium& m = settings_.medium;
+  switch (settings_.output_format) {
+    case OutputFormat::json: {
+      json head;
+      head["vorn_version"] = kVersion;
+      head["input"] = {{"file", file}, {"format", format}};
+      head["settings"] = settings_json(settings_);
+      head["models"] = json::array();
+      // Everything up to the opening bracket of "models" ("[]}" less "]}").
+      std::string text = head.dump();
+      text.resize(text.size() - 2);
+      return std::string(first_file ? "" : ",\n") + text;
+    }
+    case OutputFormat::csv:
+      return "";
+    case OutputFormat::text:
+      break;
+  }
+  return fmt::format(
+      "{}{} ({})\nmedium {} {:g} g/ml, molar ratio {:g}, obstacle {:g} A, atom radius {:g} A, grid "
+      "{:g} A, sampling {},{},{}, order parameter {:g}, atoms: {}\n",
+      first_file ? "" : "\n", file, format, medium_name(m.kind), m.concentration, m.molar_ratio,
+      m.obstacle(), effective_atom_radius(settings_), m.grid_spacing, settings_.sampling.theta,
+      settings_.sampling.phi, settings_.sampling.psi, m.order_parameter,
+      selection_name(settings_.selection));
+}
+
+std::string PredictReport::model(const ModelPrediction& p, const std::string& file) const {
+  switch (settings_.output_format) {
+    case OutputFormat::json:
+      return model_json(p).dump();
+    case OutputFormat::csv: {
+      std::string out;
+      const std::string prefix = several_ ? csv_field(file) + "," : "";
+      for (const PredictedCoupling& c : p.couplings) {
+        const CouplingSite& s = c.site;
+        out += prefix + fmt::format("{},{},{},{},{},{},{},{},{}\n", p.model, csv_field(s.chain),
+                                    s.residue_number, csv_field(icode_text(s.insertion_code)),
+                                    csv_field(s.residue_name), s.type, csv_field(s.atom1),
+                                    csv_field(s.atom2), c.predicted_hz);
+      }
+      return out;
+    }
+    case OutputFormat::text:
+      break;
+  }
+  const AlignmentTensor& t = p.tensor;
+  std::string out = fmt::format("\nmodel {}: {} of {} atoms\n", p.model, p.atoms_used, p.atoms_read);
+  out += fmt::format("  Saupe (Szz, Sxx-Syy, Sxy, Sxz, Syz): {:.6e} {:.6e} {:.6e} {:.6e} {:.6e}\n",
+                     t.saupe[0], t.saupe[1], t.saupe[2], t.saupe[3], t.saupe[4]);
+  out += fmt::format("  Da(NH) = {:.2f} Hz   R = {:.3f}\n", t.da_hz, t.rhombicity);
+  out += fmt::format("  eigenvalues (zz, yy, xx): {:.6e} {:.6e} {:.6e}\n", t.eigenvalues[0],
+                     t.eigenvalues[1], t.eigenvalues[2]);
+  out += "  Euler angles (alpha, beta, gamma; deg):";
+  for (const auto& e : t.euler_deg) out += fmt::format("  ({:.2f}, {:.2f}, {:.2f})", e[0], e[1], e[2]);
+  out += "\n";
+  if (p.built_hydrogens > 0) {
+    out += fmt::format(
+        "  no amide hydrogens in the structure: {} built on the C'-N-CA bisector at 1.02 A\n",
+        p.built_hydrogens);
+  }
+  out += fmt::format("  {:<5} {:>6} {:<4} {:<6} {:<5} {:<5} {:>10}\n", "chain", "resid", "res",
+                     "type", "atom1", "atom2", "D (Hz)");
+  for (const PredictedCoupling& c : p.couplings) {
+    const CouplingSite& st = c.site;
+    out += fmt::format("  {:<5} {:>6} {:<4} {:<6} {:<5} {:<5} {:>10.2f}\n", st.chain,
+                       std::to_string(st.residue_number) + icode_text(st.insertion_code),
+                       st.residue_name, st.type, st.atom1, st.atom2, c.predicted_hz);
+  }
+  return out;
+}
+
+std::string PredictReport::separator() {
+  if (settings_.output_format != OutputFormat::json) return "";
+  const bool first = first_model_;
+  first_model_ = false;
+  return first ? "\n" : ",\n";
+}
+
+std::string PredictReport::end_file(const EnsembleAccumulator& ensemble) const {
+  switch (settings_.output_format) {
+    case OutputFormat::json: {
+      std::string out = "\n]";
+      if (ensemble.models() > 1) out += ",\"ensemble\":" + ensemble_json(ensemble.summary()).dump();
+      return out + "}";
+    }
+    case OutputFormat::csv:
+      return "";
+    case OutputFormat::text:
+      break;
+  }
+  if (ensemble.models() < 2) return "";
+  const EnsembleSummary e = ensemble.summary();
+  std::string out = fmt::format(
+      "\nensemble of {} models: Da(NH) = {:.2f} +/- {:.2f} Hz   R = {:.3f} +/- {:.3f}\n", e.models,
+      e.da_hz_mean, e.da_hz_sd, e.rhombicity_mean, e.rhombicity_sd);
+  out += fmt::format("  {:<5} {:>6} {:<4} {:<6} {:<5} {:<5} {:>10} {:>8}\n", "chain", "resid", "res",
+                     "type", "atom1", "atom2", "mean (Hz)", "sd");
+  for (const EnsembleCoupling& c : e.couplings) {
+    const CouplingSite& st = c.site;
+    out += fmt::format("  {:<5} {:>6} {:<4} {:<6} {:<5} {:<5} {:>10.2f} {:>8.2f}\n", st.chain,
+                       std::to_string(st.residue_number) + icode_text(st.insertion_code),
+                       st.residue_name, st.type, st.atom1, st.atom2, c.mean_hz, c.sd_hz);
+  }
+  return out;
+}
+
+std::string PredictReport::end_file_with_error(const std::string& message,
+                                               int models_written) const {
+  if (settings_.output_format != OutputFormat::json) return "";
+  const json error = {{"message", message}, {"models_written", models_written}};
+  return "\n],\"error\":" + error.dump() + "}";
+}
+
+std::string PredictReport::end_all() const {
+  if (settings_.output_format == OutputFormat::json) return several_ ? "\n]\n" : "\n";
+  return "";
 }
 
 }  // namespace vorn::modern

@@ -1,4 +1,5 @@
-// Output of `vorn predict`: text, JSON and CSV.
+// Output of `vorn predict`, piece by piece so that it can be written while
+// the models are predicted: text, JSON and CSV.
 #pragma once
 
 #include <string>
@@ -8,13 +9,36 @@
 
 namespace vorn::modern {
 
-// The whole output for the predicted files, as one string: nothing is
-// written before every model has been predicted, so a failure leaves no
-// partial document.
-std::string format_predictions(const std::vector<app::FilePrediction>& files,
-                               const app::PredictSettings& settings);
-
 // The insertion code as text: "" when there is none.
 std::string icode_text(char icode);
+
+// One output document per input file. JSON: an object with the header
+// members, "models" (one compact object per line), then "ensemble" (more
+// than one model) or "error" (a failure after models were written); several
+// files form an array of such objects. CSV: a header line, then one row per
+// coupling (a first column "file" with several files). Text: a report per
+// model, then the ensemble.
+class PredictReport {
+ public:
+  PredictReport(const app::PredictSettings& settings, bool several_files)
+      : settings_(settings), several_(several_files) {}
+
+  std::string begin_all() const;  // before the first file
+  std::string begin_file(const std::string& file, const std::string& format);
+  // Runs on the worker threads: the text of one model.
+  std::string model(const app::ModelPrediction& m, const std::string& file) const;
+  // Between the models already written.
+  std::string separator();
+  std::string end_file(const app::EnsembleAccumulator& ensemble) const;
+  // Closes the document of the current file after a failure.
+  std::string end_file_with_error(const std::string& message, int models_written) const;
+  std::string end_all() const;
+
+ private:
+  const app::PredictSettings& settings_;
+  bool several_;
+  int files_begun_ = 0;
+  bool first_model_ = true;
+};
 
 }  // namespace vorn::modern
