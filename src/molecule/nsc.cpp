@@ -6,7 +6,6 @@
 #include "molecule/nsc.hpp"
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
 #include <cstdarg>
 #include <cstdint>
@@ -14,6 +13,10 @@
 #include <cstring>
 #include <memory>
 #include <utility>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "core/fatal.hpp"
 
@@ -56,9 +59,11 @@ constexpr int kMaxTessLevel = 100;
 // Upper bound of dot-lattice cells per axis accepted from a caller.
 constexpr int kMaxCubus = 100;
 
-// The cached dot set: the only state kept between calls.
+// The cached dot set: the only state kept between calls. One per thread, so
+// that surface calculations may run on several threads at once; each thread
+// builds the same dots.
 NscDotCache& cache() {
-  static NscDotCache g;
+  thread_local NscDotCache g;
   return g;
 }
 
@@ -787,6 +792,8 @@ constexpr double kBoxFreeCap = 0.99;
 // Offsets shorter than this are not classified (their dot products could
 // underflow).
 constexpr double kTinyOffset = 1e-100;
+// Caps with a smaller t (an aperture above 72 degrees) are classified first.
+constexpr double kWideCap = 0.3;
 // Dots per cluster: on average, and at most (a cluster's dots fit one mask).
 constexpr int kClusterDots = 16;
 constexpr int kMaxClusterDots = 32;
@@ -796,8 +803,11 @@ static_assert(kCubus * kCubus * kCubus <= 64);
 // The cached dot set grouped into clusters.
 struct DotClusters {
   long build = -1;            // dot-set build the clusters were made from
-  std::vector<int> first;     // first dot of each cluster in ux, uy, uz
-  std::vector<double> ux, uy, uz;  // the dots, bit for bit those of the cache
+  std::vector<int> first;     // first dot of each cluster in ux, uy, uz (even)
+  std::vector<int> size;      // dots of each cluster
+  // The dots, bit for bit those of the cache; each cluster padded with a
+  // zero vector to an even length (pairs of dots are tested together).
+  std::vector<double> ux, uy, uz;
   std::vector<double> cx, cy, cz;  // unit centres
   // cos and sin of the angular radius plus the margin, and the cosine of the
   // radius plus twice the margin (-2 when that reaches pi: never classified).
@@ -822,7 +832,7 @@ double dot3(const Vec3& a, const double* b) { return a[0] * b[0] + a[1] * b[1] +
 // nearest-neighbour tour so that consecutive clusters are close (a neighbour
 // holding one cluster often holds the next).
 const DotClusters& dot_clusters() {
-  static DotClusters cl;
+  thread_local DotClusters cl;  // per thread, like the dot set it is made from
   const NscDotCache& g = cache();
   if (cl.build == g.builds) return cl;
   cl = DotClusters{};
@@ -927,6 +937,12 @@ const DotClusters& dot_clusters() {
       }
       cl.cell_mask[e] |= std::uint32_t{1} << q;
     }
+    cl.size.push_back(static_cast<int>(m.size()));
+    if (m.size() % 2 != 0) {
+      cl.ux.push_back(0.0);
+      cl.uy.push_back(0.0);
+      cl.uz.push_back(0.0);
+    }
     cl.first.push_back(static_cast<int>(cl.ux.size()));
     cl.cell_first.push_back(static_cast<int>(cl.cell.size()));
     const double radius = std::acos(std::clamp(min_cos, -1.0, 1.0)) + kConeMargin;
@@ -941,16 +957,13 @@ const DotClusters& dot_clusters() {
   return cl;
 }
 
-// Neighbour pairs of the atom lattice (the same pairs as the neighbour
-// search of nsc_dclm), per sphere: the offset to the neighbour, the
-// threshold of the dot test, the offset length and its inverse.
-struct PairEntry {
-  double x, y, z, dot, d, inv_d;
-};
-
+// Neighbours of every sphere on the atom lattice: the pairs the neighbour
+// search of nsc_dclm finds (centres in adjacent cells, spheres overlapping),
+// by the same overlap test. Sphere i's neighbours are atom[first[i]] to
+// atom[first[i + 1] - 1].
 struct NeighbourLists {
-  std::vector<std::size_t> first;  // entries of sphere i: first[i] to first[i + 1] - 1
-  std::vector<PairEntry> entry;
+  std::vector<std::size_t> first;
+  std::vector<int> atom;
 };
 
 NeighbourLists neighbour_lists(const double* co, const double* radius, std::size_t n_atoms) {
@@ -979,14 +992,11 @@ NeighbourLists neighbour_lists(const double* co, const double* radius, std::size
   }
 
   // Every pair once: each cell with itself and with the cells of its 27-cell
-  // block that follow it. The overlap test and the offsets are those of
-  // nsc_dclm; the offset of j from i is exactly minus that of i from j, and
-  // the squared distance and radius sum are symmetric.
-  struct Pair {
-    int i, j;
-    double dx, dy, dz, dd;
-  };
-  std::vector<Pair> pairs;
+  // block that follow it (the block relation is symmetric). The overlap test
+  // is symmetric too: the offset of j from i is exactly minus that of i from
+  // j, and the radius sum does not depend on the order.
+  std::vector<std::pair<int, int>> pairs;
+  pairs.reserve(16 * n_atoms);
   std::vector<std::size_t> count(n_atoms + 1, 0);
   const int nx = lat.nx, ny = lat.ny, nz = lat.nz;
   for (int cz = 0; cz < nz; ++cz) {
@@ -1012,7 +1022,7 @@ NeighbourLists neighbour_lists(const double* co, const double* radius, std::size
               const double dd = dx * dx + dy * dy + dz * dz;
               const double rr = ri + sr[q];
               if (dd < rr * rr) {
-                pairs.push_back(Pair{id[p], id[q], dx, dy, dz, dd});
+                pairs.emplace_back(id[p], id[q]);
                 ++count[id[p] + 1];
                 ++count[id[q] + 1];
               }
@@ -1027,18 +1037,13 @@ NeighbourLists neighbour_lists(const double* co, const double* radius, std::size
 
   NeighbourLists lists;
   for (std::size_t i = 0; i < n_atoms; ++i) count[i + 1] += count[i];
-  lists.first = count;
-  lists.entry.resize(count[n_atoms]);
+  lists.atom.resize(count[n_atoms]);
   std::vector<std::size_t> fill(count.begin(), count.end() - 1);
-  for (const Pair& pr : pairs) {
-    const double ri = radius[pr.i], rj = radius[pr.j];
-    const double d = std::sqrt(pr.dd);
-    const double inv_d = 1.0 / d;
-    lists.entry[fill[pr.i]++] =
-        PairEntry{pr.dx, pr.dy, pr.dz, (pr.dd + ri * ri - rj * rj) / (2.0 * ri), d, inv_d};
-    lists.entry[fill[pr.j]++] =
-        PairEntry{-pr.dx, -pr.dy, -pr.dz, (pr.dd + rj * rj - ri * ri) / (2.0 * rj), d, inv_d};
+  for (const auto& [i, j] : pairs) {
+    lists.atom[fill[i]++] = j;
+    lists.atom[fill[j]++] = i;
   }
+  lists.first = std::move(count);
   return lists;
 }
 
@@ -1055,9 +1060,20 @@ struct CapSet {
   std::vector<std::uint64_t> box;
   int size = 0;
 
+  void swap(int a, int b) {
+    for (std::vector<double>* v : {&x, &y, &z, &dot, &nx, &ny, &nz, &t, &s, &t_hold}) {
+      std::swap((*v)[a], (*v)[b]);
+    }
+    std::swap(box[a], box[b]);
+  }
+
+  // Room for n caps and one neutral entry behind the last (caps are
+  // classified in pairs).
   void reserve(std::size_t n) {
-    for (std::vector<double>* v : {&x, &y, &z, &dot, &nx, &ny, &nz, &t, &s, &t_hold}) v->resize(n);
-    box.resize(n);
+    for (std::vector<double>* v : {&x, &y, &z, &dot, &nx, &ny, &nz, &t, &s, &t_hold}) {
+      v->resize(n + 1);
+    }
+    box.resize(n + 1);
   }
 };
 
@@ -1073,41 +1089,49 @@ std::uint64_t box_mask(const int lo[3], const int hi[3], int ico_cube) {
   return mask;
 }
 
-// Fills caps with the neighbours of sphere i that nsc_dclm does not skip
-// (the skip tests of cap_cells; the stored length d is the one it computes).
-void collect_caps(const NeighbourLists& lists, std::size_t i, const NscDotCache& g,
-                  CapSet& caps) {
+// Fills caps with the neighbours of sphere i that nsc_dclm does not skip:
+// offset, threshold and the skip tests of cap_cells, expression for
+// expression.
+void collect_caps(const double* co, const double* radius, const NeighbourLists& lists,
+                  std::size_t i, const NscDotCache& g, CapSet& caps) {
+  const double xi = co[3 * i], yi = co[3 * i + 1], zi = co[3 * i + 2], ri = radius[i];
   int m = 0;
   for (std::size_t e = lists.first[i]; e < lists.first[i + 1]; ++e) {
-    const PairEntry& p = lists.entry[e];
+    const std::size_t j = static_cast<std::size_t>(lists.atom[e]);
+    const double rj = radius[j];
+    const double dx = co[3 * j] - xi, dy = co[3 * j + 1] - yi, dz = co[3 * j + 2] - zi;
+    const double dd = dx * dx + dy * dy + dz * dz;
+    const double dot = (dd + ri * ri - rj * rj) / (2.0 * ri);
+    const double d = std::sqrt(dx * dx + dy * dy + dz * dz);
     double t = -2.0, t_hold = 2.0, s = 0.0, nx = 0.0, ny = 0.0, nz = 0.0;
     std::uint64_t box = ~std::uint64_t{0};
-    if (p.d > 0.0) {
-      const double tc = p.dot / p.d;
+    if (d > 0.0) {
+      const double tc = dot / d;
       if (tc >= 1.0) continue;
       if (tc > -1.0) {
-        const bool classified = p.d >= kTinyOffset;
+        const bool classified = d >= kTinyOffset;
         if (tc > kBoxFreeCap || !classified) {
           int lo[3], hi[3];
-          cap_cells(Neighb{p.x, p.y, p.z, p.dot}, g.ico_cube, g.del_cube, lo, hi);
+          cap_cells(Neighb{dx, dy, dz, dot}, g.ico_cube, g.del_cube, lo, hi);
           box = box_mask(lo, hi, g.ico_cube);
         }
         if (classified) {
+          const double inv_d = 1.0 / d;
           t = tc;
           s = std::sqrt(1.0 - tc * tc);
-          nx = p.x * p.inv_d;
-          ny = p.y * p.inv_d;
-          nz = p.z * p.inv_d;
+          nx = dx * inv_d;
+          ny = dy * inv_d;
+          nz = dz * inv_d;
           if (tc <= kBoxFreeCap) t_hold = tc;
         }
       }
-    } else if (!(p.dot < 0.0)) {
+    } else if (!(dot < 0.0)) {
       continue;
     }
-    caps.x[m] = p.x;
-    caps.y[m] = p.y;
-    caps.z[m] = p.z;
-    caps.dot[m] = p.dot;
+    caps.x[m] = dx;
+    caps.y[m] = dy;
+    caps.z[m] = dz;
+    caps.dot[m] = dot;
     caps.nx[m] = nx;
     caps.ny[m] = ny;
     caps.nz[m] = nz;
@@ -1118,21 +1142,51 @@ void collect_caps(const NeighbourLists& lists, std::size_t i, const NscDotCache&
     ++m;
   }
   caps.size = m;
+  // Caps of wide aperture first: they hold most clusters, and the search
+  // for a holding cap then ends early.
+  int front = 0;
+  for (int k = 0; k < m; ++k) {
+    if (caps.t_hold[k] < kWideCap) caps.swap(k, front++);
+  }
+  // The neutral entry: holds nothing, is never a candidate.
+  caps.nx[m] = caps.ny[m] = caps.nz[m] = caps.s[m] = 0.0;
+  caps.t[m] = -2.0;
+  caps.t_hold[m] = 2.0;
 }
 
-// Dots of cluster j (mask bit q for its q-th dot) that the cap buries by the
-// dot test of nsc_dclm.
+// Number of set bits.
+int bit_count(std::uint32_t v) {
+  v = v - ((v >> 1) & 0x55555555U);
+  v = (v & 0x33333333U) + ((v >> 2) & 0x33333333U);
+  v = (v + (v >> 4)) & 0x0F0F0F0FU;
+  return static_cast<int>((v * 0x01010101U) >> 24);
+}
+
+// Dots of cluster j (mask bit q for its q-th dot) that cap k buries by the
+// dot test of nsc_dclm, u . v > dot summed as (ux vx + uy vy) + uz vz.
 std::uint32_t buried_in_cluster(const DotClusters& cl, int j, const CapSet& caps, int k) {
   const int first = cl.first[j];
-  const int len = cl.first[j + 1] - first;
+  const int len = cl.size[j];
   const double* ux = cl.ux.data() + first;
   const double* uy = cl.uy.data() + first;
   const double* uz = cl.uz.data() + first;
-  const double x = caps.x[k], y = caps.y[k], z = caps.z[k], dot = caps.dot[k];
   std::uint32_t mask = 0;
+#if defined(__SSE2__)
+  const __m128d x = _mm_set1_pd(caps.x[k]), y = _mm_set1_pd(caps.y[k]),
+                z = _mm_set1_pd(caps.z[k]), dot = _mm_set1_pd(caps.dot[k]);
+  for (int q = 0; q < len; q += 2) {
+    const __m128d sum =
+        _mm_add_pd(_mm_add_pd(_mm_mul_pd(_mm_loadu_pd(ux + q), x), _mm_mul_pd(_mm_loadu_pd(uy + q), y)),
+                   _mm_mul_pd(_mm_loadu_pd(uz + q), z));
+    mask |= static_cast<std::uint32_t>(_mm_movemask_pd(_mm_cmpgt_pd(sum, dot))) << q;
+  }
+  if (len < 32) mask &= (std::uint32_t{1} << len) - 1;  // the padding dot
+#else
+  const double x = caps.x[k], y = caps.y[k], z = caps.z[k], dot = caps.dot[k];
   for (int q = 0; q < len; ++q) {
     mask |= static_cast<std::uint32_t>(ux[q] * x + uy[q] * y + uz[q] * z > dot) << q;
   }
+#endif
   const std::uint64_t box = caps.box[k];
   if (box != ~std::uint64_t{0}) {
     std::uint32_t in_box = 0;
@@ -1144,6 +1198,48 @@ std::uint32_t buried_in_cluster(const DotClusters& cl, int j, const CapSet& caps
   return mask;
 }
 
+// Geometry of one cluster for the cap classification.
+struct ClusterCone {
+  double cx, cy, cz, cos_r, sin_r, guard;
+};
+
+// Cap k holds the cluster when its angle to the centre is below its aperture
+// minus the cluster radius (cos(a - r) = t cos r + s sin r), and misses it
+// when that angle exceeds the aperture plus the radius; the guards keep both
+// angles within (0, pi). Bit k - k0 of hold and miss for caps k0 to k1 - 1
+// (and the entry behind them when their count is odd).
+void classify_caps(const CapSet& caps, const ClusterCone& c, int k0, int k1, unsigned& hold,
+                   unsigned& miss) {
+  hold = 0;
+  miss = 0;
+#if defined(__SSE2__)
+  const __m128d cx = _mm_set1_pd(c.cx), cy = _mm_set1_pd(c.cy), cz = _mm_set1_pd(c.cz);
+  const __m128d cos_r = _mm_set1_pd(c.cos_r), sin_r = _mm_set1_pd(c.sin_r);
+  const __m128d guard = _mm_set1_pd(c.guard), minus_guard = _mm_set1_pd(-c.guard);
+  for (int k = k0; k < k1; k += 2) {
+    const __m128d cn = _mm_add_pd(_mm_add_pd(_mm_mul_pd(cx, _mm_loadu_pd(&caps.nx[k])),
+                                             _mm_mul_pd(cy, _mm_loadu_pd(&caps.ny[k]))),
+                                  _mm_mul_pd(cz, _mm_loadu_pd(&caps.nz[k])));
+    const __m128d t = _mm_loadu_pd(&caps.t[k]);
+    const __m128d tc = _mm_mul_pd(t, cos_r);
+    const __m128d ss = _mm_mul_pd(_mm_loadu_pd(&caps.s[k]), sin_r);
+    const __m128d h = _mm_and_pd(_mm_cmplt_pd(_mm_loadu_pd(&caps.t_hold[k]), guard),
+                                 _mm_cmpgt_pd(cn, _mm_add_pd(tc, ss)));
+    const __m128d ms =
+        _mm_and_pd(_mm_cmpgt_pd(t, minus_guard), _mm_cmplt_pd(cn, _mm_sub_pd(tc, ss)));
+    hold |= static_cast<unsigned>(_mm_movemask_pd(h)) << (k - k0);
+    miss |= static_cast<unsigned>(_mm_movemask_pd(ms)) << (k - k0);
+  }
+#else
+  for (int k = k0; k < k1; ++k) {
+    const double cn = c.cx * caps.nx[k] + c.cy * caps.ny[k] + c.cz * caps.nz[k];
+    const double tc = caps.t[k] * c.cos_r, ss = caps.s[k] * c.sin_r;
+    hold |= static_cast<unsigned>((caps.t_hold[k] < c.guard) & (cn > tc + ss)) << (k - k0);
+    miss |= static_cast<unsigned>((caps.t[k] > -c.guard) & (cn < tc - ss)) << (k - k0);
+  }
+#endif
+}
+
 // Whether sphere i (its caps collected) has at least min_free free dots.
 bool reaches_free_count(const DotClusters& cl, const CapSet& caps, int n_dot, int min_free,
                         std::vector<int>& candidates) {
@@ -1153,35 +1249,24 @@ bool reaches_free_count(const DotClusters& cl, const CapSet& caps, int n_dot, in
   int n_buried = 0;
   int holder = 0;  // the cap that held the previous held cluster
   for (int j = 0; j < cl.count(); ++j) {
-    const int len = cl.first[j + 1] - cl.first[j];
-    const double cx = cl.cx[j], cy = cl.cy[j], cz = cl.cz[j];
-    const double cos_r = cl.cos_r[j], sin_r = cl.sin_r[j], guard = cl.guard[j];
-    // Cap k holds the cluster: its angle to the centre is below its
-    // aperture minus the cluster radius (cos(a - r) = t cos r + s sin r).
-    auto holds = [&](int k) {
-      const double cn = cx * caps.nx[k] + cy * caps.ny[k] + cz * caps.nz[k];
-      return caps.t_hold[k] < guard && cn > caps.t[k] * cos_r + caps.s[k] * sin_r;
-    };
-    bool held = holder < m && holds(holder);
+    const int len = cl.size[j];
+    const ClusterCone cone{cl.cx[j],    cl.cy[j],    cl.cz[j],
+                           cl.cos_r[j], cl.sin_r[j], cl.guard[j]};
+    unsigned hold = 0, miss = 0;
+    if (holder < m) classify_caps(caps, cone, holder, holder + 1, hold, miss);
+    bool held = (hold & 1) != 0;
     int n_cand = 0;
     for (int k0 = 0; k0 < m && !held; k0 += 8) {
-      // Blocks of eight caps: hold and miss flags without branches.
       const int k1 = std::min(m, k0 + 8);
-      unsigned hold_bits = 0, miss_bits = 0;
-      for (int k = k0; k < k1; ++k) {
-        const double cn = cx * caps.nx[k] + cy * caps.ny[k] + cz * caps.nz[k];
-        const double tc = caps.t[k] * cos_r, ss = caps.s[k] * sin_r;
-        hold_bits |= static_cast<unsigned>((caps.t_hold[k] < guard) & (cn > tc + ss)) << (k - k0);
-        miss_bits |= static_cast<unsigned>((caps.t[k] > -guard) & (cn < tc - ss)) << (k - k0);
-      }
-      if (hold_bits != 0) {
-        holder = k0 + __builtin_ctz(hold_bits);
+      classify_caps(caps, cone, k0, k1, hold, miss);
+      if (hold != 0) {
+        holder = k0 + __builtin_ctz(hold);
         held = true;
         break;
       }
       for (int k = k0; k < k1; ++k) {
         candidates[n_cand] = k;
-        n_cand += static_cast<int>(((miss_bits >> (k - k0)) & 1) == 0);
+        n_cand += static_cast<int>(((miss >> (k - k0)) & 1) == 0);
       }
     }
     if (held) {
@@ -1194,7 +1279,7 @@ bool reaches_free_count(const DotClusters& cl, const CapSet& caps, int n_dot, in
     for (int e = 0; e < n_cand && buried != all; ++e) {
       buried |= buried_in_cluster(cl, j, caps, candidates[e]);
     }
-    const int b = std::popcount(buried);
+    const int b = bit_count(buried);
     n_buried += b;
     n_free += len - b;
     if (n_buried > max_buried) return false;
@@ -1223,6 +1308,7 @@ int nsc_exposed_spheres(const double* co, const double* radius, int nat, int den
   // nsc_dclm, ri * ri * n_free * area_per_dot, does not decrease with n_free,
   // so the rule's answer switches once; n_dot + 1 when it never holds.
   std::vector<int> min_free(n_atoms, 0);
+  int last_min_free = -1;
   for (std::size_t i = 0; i < n_atoms; ++i) {
     const double ri = radius[i];
     if (!(ri > 0.0)) {
@@ -1230,16 +1316,25 @@ int nsc_exposed_spheres(const double* co, const double* radius, int nat, int den
       exposed[i] = rule(i, 0.0) ? 1 : 0;
       continue;
     }
+    // Spheres alike in radius and rule repeat the previous answer: checked
+    // at its two ends before any search.
+    auto holds = [&](int n_free) { return rule(i, ri * ri * n_free * area_per_dot); };
+    if (last_min_free >= 0 && (last_min_free == 0 || !holds(last_min_free - 1)) &&
+        (last_min_free > n_dot || holds(last_min_free))) {
+      min_free[i] = last_min_free;
+      continue;
+    }
     int lo = 0, hi = n_dot + 1;
     while (lo < hi) {
       const int n_free = lo + (hi - lo) / 2;
-      if (rule(i, ri * ri * n_free * area_per_dot)) {
+      if (holds(n_free)) {
         hi = n_free;
       } else {
         lo = n_free + 1;
       }
     }
     min_free[i] = lo;
+    last_min_free = lo;
   }
 
   const DotClusters& cl = dot_clusters();
@@ -1257,7 +1352,7 @@ int nsc_exposed_spheres(const double* co, const double* radius, int nat, int den
       exposed[i] = min_free[i] == 0 ? 1 : 0;
       continue;
     }
-    collect_caps(lists, i, g, caps);
+    collect_caps(co, radius, lists, i, g, caps);
     exposed[i] = reaches_free_count(cl, caps, n_dot, min_free[i], candidates) ? 1 : 0;
   }
   return 0;

@@ -93,7 +93,8 @@ void* mycalloc(const Log& log, const char* filename, int linenr, std::size_t nel
                std::size_t elsize);
 void* myrealloc(const Log& log, const char* filename, int linenr, void* ptr, std::size_t size);
 
-// Read-only view of the cached dot set (the only state kept between calls).
+// Read-only view of the cached dot set (the only state kept between calls; one
+// per thread).
 struct NscDotCache {
   std::vector<double> xpunsp;  // unit dots, 3 doubles each
   int n_dot = 0;
