@@ -161,6 +161,7 @@ class PdbSplitter {
     chunk.lines.clear();
     bool open = false;
     bool kept = false;
+    bool by_record = false;  // opened by a MODEL record: must end with ENDMDL or END
     const auto start = [&](int number) {
       if (!seen_.insert(number).second) {
         throw error_at(path_, in_.number(), "model " + std::to_string(number) + " appears twice");
@@ -175,7 +176,11 @@ class PdbSplitter {
       if (atom || (open && is_record(line, "TER"))) {
         if (!open) start(last_number_ + 1);
         if (kept) {
-          chunk.text += atom ? fixed_column_record(line) : line;
+          try {
+            chunk.text += atom ? fixed_column_record(line) : line;
+          } catch (const InputError& e) {
+            throw InputError(std::string(e.what()) + " (model " + std::to_string(chunk.number) + ")");
+          }
           chunk.text += '\n';
           chunk.lines.push_back(in_.number());
         }
@@ -186,13 +191,21 @@ class PdbSplitter {
               "MODEL record inside model " + std::to_string(chunk.number) + " (ENDMDL missing)");
         }
         start(model_number(line));
+        by_record = true;
       } else if (is_record(line, "ENDMDL")) {
         if (open) return true;
       } else if (is_record(line, "END")) {
         ended_ = true;
       }
     }
-    return open;  // a last model without ENDMDL is complete at the end
+    // A model opened by MODEL that the file leaves without ENDMDL or END was
+    // cut off; one without MODEL records is complete at the end of the file.
+    if (open && by_record && !ended_) {
+      throw error_at(path_, in_.number(),
+                     "model " + std::to_string(chunk.number) +
+                         " has no ENDMDL: the file ends inside it (truncated?)");
+    }
+    return open;
   }
 
  private:
@@ -345,7 +358,8 @@ struct StructureReader::Impl {
   ReadOptions options;
   Format format = Format::Pdb;
   std::optional<detail::ModelConverter> converter;
-  bool any_model = false;
+  bool any_selected = false;  // a selected model was met, handed out or not
+  long position = 0;          // selected models met so far
 
   std::optional<PdbSplitter> pdb;  // PDB: the models not read yet
   PdbChunk chunk;
@@ -357,6 +371,9 @@ struct StructureReader::Impl {
     return options.models.empty() ||
            std::binary_search(options.models.begin(), options.models.end(), number);
   }
+
+  // True when the next selected model belongs to this reader's share.
+  bool next_is_ours() const { return position % options.stride == options.offset; }
 
   void check_models_present(std::vector<int> in_file) const {
     std::sort(in_file.begin(), in_file.end());
@@ -384,12 +401,23 @@ struct StructureReader::Impl {
   }
 
   bool next_pdb(Model& out) {
-    const auto keep = [this](int number) { return wanted(number); };
-    do {
+    // Only the models handed out keep their records; the splitter skips the
+    // others line by line.
+    const auto keep = [this](int number) { return wanted(number) && next_is_ours(); };
+    for (;;) {
       if (!pdb->next(chunk, keep)) return false;
-    } while (!wanted(chunk.number));
+      if (!wanted(chunk.number)) continue;
+      any_selected = true;
+      const bool ours = next_is_ours();
+      ++position;
+      if (ours) break;
+    }
     out.number = chunk.number;
-    out.atoms = to_atoms(converter->pdb_model(chunk.text, chunk.lines, chunk.number));
+    try {
+      out.atoms = to_atoms(converter->pdb_model(chunk.text, chunk.lines, chunk.number));
+    } catch (const InputError& e) {
+      throw InputError(std::string(e.what()) + " (model " + std::to_string(chunk.number) + ")");
+    }
     return true;
   }
 
@@ -397,6 +425,10 @@ struct StructureReader::Impl {
     while (cif_next < cif_numbers.size()) {
       const size_t index = cif_next++;
       if (!wanted(cif_numbers[index])) continue;
+      any_selected = true;
+      const bool ours = next_is_ours();
+      ++position;
+      if (!ours) continue;  // not converted
       out.number = cif_numbers[index];
       out.atoms = to_atoms(converter->mmcif_model(index));
       return true;
@@ -422,6 +454,11 @@ StructureReader::StructureReader(const std::string& path, ReadOptions options,
   Impl& d = *impl_;
   d.path = path;
   d.options = std::move(options);
+  if (d.options.stride < 1 || d.options.offset < 0 || d.options.offset >= d.options.stride) {
+    throw InputError(path + ": invalid share of the models (stride " +
+                     std::to_string(d.options.stride) + ", offset " +
+                     std::to_string(d.options.offset) + ")");
+  }
   std::sort(d.options.models.begin(), d.options.models.end());
   detail::AtomRules rules;
   rules.altloc = d.options.altloc;
@@ -449,9 +486,7 @@ StructureReader& StructureReader::operator=(StructureReader&&) noexcept = defaul
 bool StructureReader::next(Model& model) {
   Impl& d = *impl_;
   const bool got = d.format == Format::Pdb ? d.next_pdb(model) : d.next_mmcif(model);
-  if (got) {
-    d.any_model = true;
-  } else if (!d.any_model) {
+  if (!got && !d.any_selected) {
     throw InputError(d.path + ": no atoms (no " +
                      (d.format == Format::Pdb ? "ATOM or HETATM records" : "_atom_site records") +
                      ")");

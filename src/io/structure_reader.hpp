@@ -27,6 +27,16 @@ struct ReadOptions {
   std::vector<int> models;  // model numbers as in the file; empty = all
   std::string chains;       // "A,B"; empty = all
   std::string exclude;      // atoms to drop, gemmi selection syntax ("/*/A/70-76")
+  // A share of the selected models: numbering the selected models 0, 1, 2,
+  // ... in file order, only those at positions offset, offset + stride,
+  // offset + 2 * stride, ... are handed out. The others are skipped without
+  // being parsed (their records are not converted, so an error in them is
+  // not seen). `stride` readers with offsets 0 .. stride - 1 together hand
+  // out every selected model exactly once; a reader whose share is empty
+  // ends without an error when the file has selected models. Requires
+  // stride >= 1 and 0 <= offset < stride.
+  int stride = 1;
+  int offset = 0;
 };
 
 // One model of a file: its number (as in the file, or 1, 2, ... where the
@@ -53,7 +63,8 @@ std::string format_model_list(std::span<const int> numbers);
 // alternate locations of an atom the one of highest occupancy (the first on
 // ties) is kept, or the one named by `altloc` (atoms without alternate
 // location are always kept); then the `chains` and `exclude` filters apply.
-// A model left without atoms is an error.
+// A model left without atoms is an error. With a `stride` above 1 only the
+// reader's share of the selected models is read (see ReadOptions).
 class StructureReader {
  public:
   explicit StructureReader(const std::string& path, ReadOptions options = {},

@@ -5,6 +5,7 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -513,7 +514,8 @@ TEST_F(ReaderTest, ModelNumbersAndSelection) {
 
   // The model of an exclude selection is the file's model number.
   const std::string three =
-      write("three.pdb", "MODEL 1\n" + two + "ENDMDL\nMODEL 2\n" + two + "ENDMDL\nMODEL 3\n" + two);
+      write("three.pdb", "MODEL 1\n" + two + "ENDMDL\nMODEL 2\n" + two + "ENDMDL\nMODEL 3\n" + two +
+                             "ENDMDL\n");
   models = read_models(three, {.exclude = "/2/*/*/CA"});
   ASSERT_EQ(models.size(), 3u);
   EXPECT_EQ(models[0].atoms.size(), 2u);
@@ -589,6 +591,12 @@ TEST_F(ReaderTest, Errors) {
   const std::string bad_cif = write("bad.cif", "data_x\nloop_\n_atom_site.id\n'unterminated\n");
   EXPECT_EQ(error_of([&] { read_models(bad_cif); }).rfind(bad_cif + ":", 0), 0u);
 
+  // A file cut inside a model opened by MODEL: the model and the last line.
+  const std::string cut_model =
+      write("cutmodel.pdb", "MODEL 1\n" + ok + "ENDMDL\nMODEL 2\n" + ok);
+  EXPECT_EQ(error_of([&] { read_models(cut_model); }),
+            cut_model + ":5: model 2 has no ENDMDL: the file ends inside it (truncated?)");
+
   // A truncated gzip stream.
   const std::string text = read_text(data_file("raw/1UBQ_raw.pdb"));
   const std::string gz = read_text(gzip("full.pdb.gz", text));
@@ -609,6 +617,67 @@ TEST_F(ReaderTest, BlankSeparatedRecordsWithAChain) {
   EXPECT_EQ(chained[0].atoms[0].position.z, 2.25);
   EXPECT_EQ(chained[0].atoms[1].name, "CA");
   EXPECT_EQ(chained[0].atoms[1].element, "C");
+}
+
+// The models at positions offset, offset + stride, ... of a list.
+std::vector<Model> every(const std::vector<Model>& models, int stride, int offset) {
+  std::vector<Model> share;
+  for (size_t i = static_cast<size_t>(offset); i < models.size(); i += static_cast<size_t>(stride))
+    share.push_back(models[i]);
+  return share;
+}
+
+TEST(RealEntries, SharesOfTheModelsPartitionThem) {
+  for (const char* file : {"raw/1D3Z_raw_10models.pdb", "raw/1d3z.cif"}) {
+    SCOPED_TRACE(file);
+    const std::string path = data_file(file);
+    const auto plain = read_models(path, {.keep_hydrogens = true});
+    ASSERT_EQ(plain.size(), 10u);
+    for (int stride = 1; stride <= 3; ++stride) {
+      std::vector<int> seen;
+      for (int offset = 0; offset < stride; ++offset) {
+        SCOPED_TRACE("stride " + std::to_string(stride) + " offset " + std::to_string(offset));
+        const auto share =
+            read_models(path, {.keep_hydrogens = true, .stride = stride, .offset = offset});
+        expect_identical(share, every(plain, stride, offset));
+        for (const Model& m : share) seen.push_back(m.number);
+      }
+      // Every model in exactly one share.
+      std::sort(seen.begin(), seen.end());
+      EXPECT_EQ(seen, (std::vector<int>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
+    }
+    // Positions count among the selected models, not the file's.
+    const std::vector<int> selected = {2, 3, 5, 8, 9};
+    const auto chosen = read_models(path, {.keep_hydrogens = true, .models = selected});
+    ASSERT_EQ(chosen.size(), 5u);
+    for (int offset = 0; offset < 2; ++offset) {
+      expect_identical(read_models(path, {.keep_hydrogens = true,
+                                          .models = selected,
+                                          .stride = 2,
+                                          .offset = offset}),
+                       every(chosen, 2, offset));
+    }
+    // An empty share ends without an error.
+    EXPECT_TRUE(read_models(path, {.models = {4}, .stride = 2, .offset = 1}).empty());
+  }
+}
+
+TEST_F(ReaderTest, SharesSkipTheOtherModelsUnparsed) {
+  const std::string good = record("ATOM", 1, "CA", "ALA", 'A', 1, 1.0, 2.0, 3.0, "C");
+  std::string bad = good;
+  bad.replace(30, 8, "  x.yyy ");  // not a coordinate
+  const std::string path = write("shares.pdb", "MODEL 1\n" + good + "\nENDMDL\nMODEL 2\n" + bad +
+                                                   "\nENDMDL\nMODEL 3\n" + good + "\nENDMDL\n");
+  // The share without model 2 never parses it; the share with it fails.
+  const auto first = read_models(path, {.stride = 2, .offset = 0});
+  ASSERT_EQ(first.size(), 2u);
+  EXPECT_EQ(first[0].number, 1);
+  EXPECT_EQ(first[1].number, 3);
+  EXPECT_NE(error_of([&] { read_models(path, {.stride = 2, .offset = 1}); }).find(path + ":5:"),
+            std::string::npos);
+  EXPECT_THROW(read_models(path, {.stride = 0}), InputError);
+  EXPECT_THROW(read_models(path, {.stride = 2, .offset = 2}), InputError);
+  EXPECT_THROW(read_models(path, {.stride = 2, .offset = -1}), InputError);
 }
 
 }  // namespace

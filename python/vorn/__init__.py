@@ -1,0 +1,50 @@
+"""VORN: steric alignment tensors and residual dipolar couplings.
+
+The same engine as the `vorn` command line, from Python:
+
+    import vorn
+
+    models = vorn.read_structure("1d3z.cif.gz")        # one Structure per model
+    tensor = vorn.predict(models[0])                    # the steric prediction
+    print(tensor.da_hz, tensor.rhombicity, tensor.euler_deg[0])
+    couplings = vorn.predict_couplings(models[0], tensor)
+
+    tensors = vorn.predict(models)                      # every model
+    tensors = vorn.predict(coordinates)                 # (n, 3) or (m, n, 3) float64
+
+    sets = vorn.read_couplings("ubq.dc")                # measured couplings
+    [result] = vorn.fit("1d3z.cif.gz", "ubq.dc", errors="montecarlo")
+    print(result.tensor.da_hz, result.quality["q"])
+
+Results are those of `vorn predict` and `vorn fit` for the same input and
+settings, bit for bit. Long computations release the GIL, so other Python
+threads run meanwhile. Errors of the input (a bad file line, an option out
+of range) raise ValueError with the engine's message; a missing or
+unreadable file raises OSError (FileNotFoundError where it does not exist);
+an array of the wrong dtype raises TypeError.
+"""
+
+from ._vorn import (
+    CouplingSet,
+    FitResult,
+    Structure,
+    Tensor,
+    __version__,
+    fit,
+    predict,
+    predict_couplings,
+    read_couplings,
+    read_structure,
+)
+
+__all__ = [
+    "CouplingSet",
+    "FitResult",
+    "Structure",
+    "Tensor",
+    "fit",
+    "predict",
+    "predict_couplings",
+    "read_couplings",
+    "read_structure",
+]
