@@ -17,6 +17,7 @@ packages=(
   plplot-driver-cairo # PLplot's cairo driver: the .pdf and .png correlation plots
   pkg-config         # finds PLplot (plplot.pc); only recommended by libplplot-dev
   libxml2-utils      # xmllint: the plot test checks the SVG
+  python3-dev        # headers of the Debian interpreter for the Python module
   pybind11-dev       # the Python module vorn
   python3-numpy      # arrays of the Python module (and CMake's FindPython NumPy)
   python3-pytest     # the Python module's tests

@@ -82,8 +82,7 @@ int surface_atom_indices(std::span<const double> x, std::span<const double> y,
   try {
     if (nsc_exposed_spheres(
             s.coordinates.data(), s.radii.data(), static_cast<int>(s.n), kDensity,
-            [&s](std::size_t k, double area) { return s.exposed(k, area); }, exposed,
-            log) != 0) {
+            [&s](std::size_t k, double area) { return s.exposed(k, area); }, exposed, log) != 0) {
       return 1;
     }
   } catch (const std::bad_alloc&) {
@@ -103,8 +102,8 @@ int surface_atom_indices_reference(std::span<const double> x, std::span<const do
   double area = 0.0;
   double volume = 0.0;
   std::vector<double> atomwise_area;
-  if (nsc_dclm(s.coordinates.data(), s.radii.data(), static_cast<int>(s.n), kDensity, kMode,
-               area, &atomwise_area, &volume, nullptr, nullptr, log) != 0) {
+  if (nsc_dclm(s.coordinates.data(), s.radii.data(), static_cast<int>(s.n), kDensity, kMode, area,
+               &atomwise_area, &volume, nullptr, nullptr, log) != 0) {
     return 1;
   }
   // Keep an atom whose accessible area exceeds half of its bare sphere's

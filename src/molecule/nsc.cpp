@@ -802,9 +802,9 @@ static_assert(kCubus * kCubus * kCubus <= 64);
 
 // The cached dot set grouped into clusters.
 struct DotClusters {
-  long build = -1;            // dot-set build the clusters were made from
-  std::vector<int> first;     // first dot of each cluster in ux, uy, uz (even)
-  std::vector<int> size;      // dots of each cluster
+  long build = -1;         // dot-set build the clusters were made from
+  std::vector<int> first;  // first dot of each cluster in ux, uy, uz (even)
+  std::vector<int> size;   // dots of each cluster
   // The dots, bit for bit those of the cache; each cluster padded with a
   // zero vector to an even length (pairs of dots are tested together).
   std::vector<double> ux, uy, uz;
@@ -874,9 +874,9 @@ const DotClusters& dot_clusters() {
   std::vector<std::vector<int>> groups;
   for (const std::vector<int>& m : members) {
     for (std::size_t a = 0; a < m.size(); a += kMaxClusterDots) {
-      groups.emplace_back(m.begin() + static_cast<std::ptrdiff_t>(a),
-                          m.begin() + static_cast<std::ptrdiff_t>(
-                                          std::min(m.size(), a + kMaxClusterDots)));
+      groups.emplace_back(
+          m.begin() + static_cast<std::ptrdiff_t>(a),
+          m.begin() + static_cast<std::ptrdiff_t>(std::min(m.size(), a + kMaxClusterDots)));
     }
   }
   std::vector<Vec3> gc;
@@ -1172,12 +1172,12 @@ std::uint32_t buried_in_cluster(const DotClusters& cl, int j, const CapSet& caps
   const double* uz = cl.uz.data() + first;
   std::uint32_t mask = 0;
 #if defined(__SSE2__)
-  const __m128d x = _mm_set1_pd(caps.x[k]), y = _mm_set1_pd(caps.y[k]),
-                z = _mm_set1_pd(caps.z[k]), dot = _mm_set1_pd(caps.dot[k]);
+  const __m128d x = _mm_set1_pd(caps.x[k]), y = _mm_set1_pd(caps.y[k]), z = _mm_set1_pd(caps.z[k]),
+                dot = _mm_set1_pd(caps.dot[k]);
   for (int q = 0; q < len; q += 2) {
-    const __m128d sum =
-        _mm_add_pd(_mm_add_pd(_mm_mul_pd(_mm_loadu_pd(ux + q), x), _mm_mul_pd(_mm_loadu_pd(uy + q), y)),
-                   _mm_mul_pd(_mm_loadu_pd(uz + q), z));
+    const __m128d sum = _mm_add_pd(
+        _mm_add_pd(_mm_mul_pd(_mm_loadu_pd(ux + q), x), _mm_mul_pd(_mm_loadu_pd(uy + q), y)),
+        _mm_mul_pd(_mm_loadu_pd(uz + q), z));
     mask |= static_cast<std::uint32_t>(_mm_movemask_pd(_mm_cmpgt_pd(sum, dot))) << q;
   }
   if (len < 32) mask &= (std::uint32_t{1} << len) - 1;  // the padding dot
@@ -1250,8 +1250,7 @@ bool reaches_free_count(const DotClusters& cl, const CapSet& caps, int n_dot, in
   int holder = 0;  // the cap that held the previous held cluster
   for (int j = 0; j < cl.count(); ++j) {
     const int len = cl.size[j];
-    const ClusterCone cone{cl.cx[j],    cl.cy[j],    cl.cz[j],
-                           cl.cos_r[j], cl.sin_r[j], cl.guard[j]};
+    const ClusterCone cone{cl.cx[j], cl.cy[j], cl.cz[j], cl.cos_r[j], cl.sin_r[j], cl.guard[j]};
     unsigned hold = 0, miss = 0;
     if (holder < m) classify_caps(caps, cone, holder, holder + 1, hold, miss);
     bool held = (hold & 1) != 0;

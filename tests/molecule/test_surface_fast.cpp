@@ -439,30 +439,86 @@ TEST(SurfaceFastSpheres, ThresholdRulesAtSeveralDensities) {
   }
 }
 
-// A cap so small (t one ulp below 1) that rounding decides: the dot (0, 0, 1)
-// passes the dot test of the neighbour below, but lies in a dot-lattice cell
-// (x = 0 starts cell 2) outside the neighbour's cell box (its x range ends
-// 1e-10 below 0, in cell 1), so nsc_dclm leaves it free. The decision at
-// exactly the full area must see it free too.
-TEST(SurfaceFastSpheres, CellBoxOfATinyCapIsHonoured) {
-  const std::vector<double> co = {0.0, 0.0, 0.0, -1.6e-8, 0.0, 1.0};
-  const std::vector<double> r = {2.0, 1.0000000000000002};
-  const double dx = co[3], dy = co[4], dz = co[5];
-  const double d = std::sqrt(dx * dx + dy * dy + dz * dz);
-  const double dot = (d * d + r[0] * r[0] - r[1] * r[1]) / (2.0 * r[0]);
-  ASSERT_LT(dot / d, 1.0);
-  ASSERT_GT(0.0 * dx + 0.0 * dy + 1.0 * dz, dot);  // the dot test buries (0, 0, 1)
+// Whether sphere 0 of the two keeps every dot free, by nsc_dclm and by the
+// decision at exactly the full area.
+void expect_full_area_both_ways(const std::vector<double>& co, const std::vector<double>& r) {
   const std::vector<double> areas = reference_areas(co, r, 700);
   const int n_dot = nsc_dot_cache().n_dot;
   const double full = r[0] * r[0] * n_dot * (12.566370614359172 / n_dot);
-  ASSERT_EQ(areas[0], full);  // yet nsc_dclm keeps it free
+  ASSERT_EQ(areas[0], full);
   std::vector<char> exposed;
   ASSERT_EQ(nsc_exposed_spheres(
                 co.data(), r.data(), 2, 700,
-                [&](std::size_t i, double area) { return i == 0 ? area >= full : false; },
-                exposed, Log{}),
+                [&](std::size_t i, double area) { return i == 0 ? area >= full : false; }, exposed,
+                Log{}),
             0);
   EXPECT_EQ(exposed[0], 1);
+}
+
+// Caps so small that rounding decides. (1) t one ulp below 1: the dot
+// (0, 0, 1) passes the dot test of the neighbour, but lies in a dot-lattice
+// cell (x = 0 starts cell 2) outside the neighbour's cell box (its x range
+// ends 1e-10 below 0, in cell 1), so nsc_dclm leaves it free. (2) t rounds
+// to 1: nsc_dclm skips the neighbour although its dot test would bury
+// (0, 0, 1).
+TEST(SurfaceFastSpheres, RoundingAtTinyCapsFollowsTheReference) {
+  {
+    const std::vector<double> co = {0.0, 0.0, 0.0, -1.6e-8, 0.0, 1.0};
+    const std::vector<double> r = {2.0, 1.0000000000000002};
+    const double dx = co[3], dy = co[4], dz = co[5];
+    const double dd = dx * dx + dy * dy + dz * dz;
+    const double d = std::sqrt(dd);
+    const double dot = (dd + r[0] * r[0] - r[1] * r[1]) / (2.0 * r[0]);
+    ASSERT_LT(dot / d, 1.0);
+    ASSERT_GT(0.0 * dx + 0.0 * dy + 1.0 * dz, dot);
+    expect_full_area_both_ways(co, r);
+  }
+  {
+    // The neighbour sits at a dot u of the set (offset u, so the dot test
+    // reads u . u > dot), inside sphere 0 and nearly touching it there; its
+    // radius is searched ulp by ulp.
+    (void)reference_areas({0.0, 0.0, 0.0}, {1.0}, 700);
+    const NscDotCache& g = nsc_dot_cache();
+    bool found = false;
+    for (int p = 0; p < g.n_dot && !found; ++p) {
+      const double* u = &g.xpunsp[3 * static_cast<std::size_t>(p)];
+      const double dd = u[0] * u[0] + u[1] * u[1] + u[2] * u[2];
+      const double d = std::sqrt(dd);
+      double rj = 2.0 - d;
+      for (int k = 0; k < 3; ++k) rj = std::nextafter(rj, 0.0);
+      for (int k = 0; k < 8 && !found; ++k, rj = std::nextafter(rj, 4.0)) {
+        const double dot = (dd + 2.0 * 2.0 - rj * rj) / (2.0 * 2.0);
+        if (dot / d >= 1.0 && u[0] * u[0] + u[1] * u[1] + u[2] * u[2] > dot) {
+          found = true;
+          expect_full_area_both_ways({0.0, 0.0, 0.0, u[0], u[1], u[2]}, {2.0, rj});
+        }
+      }
+    }
+    EXPECT_TRUE(found);
+  }
+}
+
+// Offsets far below an angstrom but with normal squares: caps computed from
+// tiny distances.
+TEST(SurfaceFastSpheres, TinyOffsets) {
+  for (const double tiny : {1e-50, 1e-120, 1e-150, 1e-160}) {
+    const std::vector<double> co = {0.0, 0.0, 0.0, tiny, 0.0, 0.0, 0.0, tiny, 0.0, 3.0, 0.0, 0.0};
+    const std::vector<double> r = {2.8, 2.8, 2.8, 2.8};
+    const std::vector<double> areas = reference_areas(co, r, 700);
+    for (std::size_t k = 0; k < r.size(); ++k) {
+      std::vector<char> exposed;
+      ASSERT_EQ(nsc_exposed_spheres(
+                    co.data(), r.data(), 4, 700,
+                    [&](std::size_t i, double area) { return area >= areas[i]; }, exposed, Log{}),
+                0);
+      EXPECT_EQ(exposed, (std::vector<char>{1, 1, 1, 1})) << tiny;
+      ASSERT_EQ(nsc_exposed_spheres(
+                    co.data(), r.data(), 4, 700,
+                    [&](std::size_t i, double area) { return area > areas[i]; }, exposed, Log{}),
+                0);
+      EXPECT_EQ(exposed, (std::vector<char>{0, 0, 0, 0})) << tiny;
+    }
+  }
 }
 
 TEST(SurfaceFastSpheres, UsesTheSameCachedDotSet) {
@@ -485,15 +541,15 @@ TEST(SurfaceFastSpheres, RuleThatNeverOrAlwaysHolds) {
   const std::vector<double> co = {0, 0, 0, 1, 0, 0, 0, 30, 0};
   const std::vector<double> r = {2.8, 2.8, 1.4};
   std::vector<char> exposed;
-  ASSERT_EQ(nsc_exposed_spheres(
-                co.data(), r.data(), 3, 700, [](std::size_t, double) { return false; }, exposed,
-                Log{}),
-            0);
+  ASSERT_EQ(
+      nsc_exposed_spheres(
+          co.data(), r.data(), 3, 700, [](std::size_t, double) { return false; }, exposed, Log{}),
+      0);
   EXPECT_EQ(exposed, (std::vector<char>{0, 0, 0}));
-  ASSERT_EQ(nsc_exposed_spheres(
-                co.data(), r.data(), 3, 700, [](std::size_t, double) { return true; }, exposed,
-                Log{}),
-            0);
+  ASSERT_EQ(
+      nsc_exposed_spheres(
+          co.data(), r.data(), 3, 700, [](std::size_t, double) { return true; }, exposed, Log{}),
+      0);
   EXPECT_EQ(exposed, (std::vector<char>{1, 1, 1}));
 }
 
