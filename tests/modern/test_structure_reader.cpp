@@ -666,8 +666,8 @@ TEST_F(ReaderTest, SharesSkipTheOtherModelsUnparsed) {
   const std::string good = record("ATOM", 1, "CA", "ALA", 'A', 1, 1.0, 2.0, 3.0, "C");
   std::string bad = good;
   bad.replace(30, 8, "  x.yyy ");  // not a coordinate
-  const std::string path = write("shares.pdb", "MODEL 1\n" + good + "\nENDMDL\nMODEL 2\n" + bad +
-                                                   "\nENDMDL\nMODEL 3\n" + good + "\nENDMDL\n");
+  const std::string path = write("shares.pdb", "MODEL 1\n" + good + "ENDMDL\nMODEL 2\n" + bad +
+                                                   "ENDMDL\nMODEL 3\n" + good + "ENDMDL\n");
   // The share without model 2 never parses it; the share with it fails.
   const auto first = read_models(path, {.stride = 2, .offset = 0});
   ASSERT_EQ(first.size(), 2u);
