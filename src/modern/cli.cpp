@@ -6,17 +6,18 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstring>
-#include <thread>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
+#include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "app/fit_command.hpp"
+#include "app/predict_command.hpp"
 #include "modern/fit_plot.hpp"
 #include "modern/fit_report.hpp"
-#include "app/predict_command.hpp"
 #include "modern/predict_report.hpp"
 #include "modern/version.hpp"
 #include "vorn/error.hpp"
@@ -195,36 +196,28 @@ void finish_options(const CLI::App& cmd, const OptionText& t, PredictSettings& s
   }
 }
 
-// Output written as it comes, to standard output or to a file opened at the
-// first write (so that a run failing before any output leaves no file).
-class Output {
- public:
-  explicit Output(std::string path) : path_(std::move(path)) {}
-  Output(const Output&) = delete;
-  Output& operator=(const Output&) = delete;
-  ~Output() {
-    if (file_ != nullptr && file_ != stdout) std::fclose(file_);
-  }
-  void write(const std::string& text) {
-    if (text.empty()) return;
-    if (file_ == nullptr) {
-      file_ = path_.empty() || path_ == "-" ? stdout : std::fopen(path_.c_str(), "wb");
-      if (file_ == nullptr) throw InputError(path_ + ": cannot open for writing");
-    }
-    if (std::fwrite(text.data(), 1, text.size(), file_) != text.size()) {
-      throw InputError((path_.empty() ? std::string("standard output") : path_) + ": write failed");
-    }
-  }
-  void finish() {
-    if (file_ != nullptr && std::fflush(file_) != 0) throw InputError(path_ + ": write failed");
-  }
+}  // namespace
 
- private:
-  std::string path_;
-  FILE* file_ = nullptr;
-};
+Output::~Output() {
+  if (file_ != nullptr && file_ != stdout) std::fclose(file_);
+}
 
-int run_predict(PredictSettings& s) {
+void Output::write(const std::string& text) {
+  if (text.empty()) return;
+  if (file_ == nullptr) {
+    file_ = path_.empty() || path_ == "-" ? stdout : std::fopen(path_.c_str(), "wb");
+    if (file_ == nullptr) throw InputError(path_ + ": cannot open for writing");
+  }
+  if (std::fwrite(text.data(), 1, text.size(), file_) != text.size()) {
+    throw InputError((path_.empty() ? std::string("standard output") : path_) + ": write failed");
+  }
+}
+
+void Output::finish() {
+  if (file_ != nullptr && std::fflush(file_) != 0) throw InputError(path_ + ": write failed");
+}
+
+int run_predict_command(PredictSettings& s) {
   // Every input must open before anything is written.
   for (const std::string& file : s.files) {
     std::ifstream probe(file, std::ios::binary);
@@ -284,8 +277,6 @@ int run_fit_command(const FitSettings& s) {
   return 0;
 }
 
-}  // namespace
-
 bool is_modern_command(std::string_view first) {
   if (first.rfind("--", 0) == 0) return true;
   for (const std::string& c : kCommands)
@@ -294,11 +285,18 @@ bool is_modern_command(std::string_view first) {
 }
 
 int run_cli(int argc, char** argv) {
-  CLI::App app{"VORN: steric alignment tensors and residual dipolar couplings of proteins and "
-               "nucleic acids.\nThe classic interface, vorn [-A<auto>] [-D<couplings>] "
-               "[-O<out>] <file>, works as before.",
-               "vorn"};
-  app.set_version_flag("--version", std::string("vorn ") + kVersion);
+  return run_cli(argc, argv, {run_predict_command, run_fit_command}, FrontEnd{});
+}
+
+int run_cli(int argc, char** argv, const CommandRunners& runners, const FrontEnd& front) {
+  const std::string description =
+      !front.description.empty()
+          ? front.description
+          : "VORN: steric alignment tensors and residual dipolar couplings of proteins and "
+            "nucleic acids.\nThe classic interface, vorn [-A<auto>] [-D<couplings>] "
+            "[-O<out>] <file>, works as before.";
+  CLI::App app{description, front.program};
+  app.set_version_flag("--version", front.program + " " + kVersion);
   app.require_subcommand(0, 1);
   app.fallthrough();
 
@@ -395,30 +393,35 @@ int run_cli(int argc, char** argv) {
       if (!set.empty()) fit_settings.coupling_read.set = set;
     }
   } catch (const CLI::ParseError& e) {
-    const int status = app.exit(e);
+    std::ostringstream discard;
+    const int status = front.print_messages ? app.exit(e) : app.exit(e, discard, discard);
     return status == 0 ? 0 : kMisuse;
   }
+  const char* program = front.program.c_str();
   if (!predict->parsed() && !fit->parsed()) {
-    std::fprintf(stderr,
-                 "vorn: a command is required (predict, fit)\nRun with --help for more "
-                 "information.\n");
+    if (front.print_messages) {
+      std::fprintf(stderr,
+                   "%s: a command is required (predict, fit)\nRun with --help for more "
+                   "information.\n",
+                   program);
+    }
     return kMisuse;
   }
   try {
-    if (fit->parsed()) return run_fit_command(fit_settings);
-    return run_predict(predict_settings);
+    if (fit->parsed()) return runners.fit(fit_settings);
+    return runners.predict(predict_settings);
   } catch (const InputError& e) {
-    std::fprintf(stderr, "vorn: %s\n", e.what());
+    std::fprintf(stderr, "%s: %s\n", program, e.what());
     return kBadInput;
   } catch (const Error& e) {
-    std::fprintf(stderr, "vorn: %s\n", e.what());
+    std::fprintf(stderr, "%s: %s\n", program, e.what());
     return kBadInput;
   } catch (const std::bad_alloc&) {
-    std::fprintf(stderr, "vorn: out of memory\n");
+    std::fprintf(stderr, "%s: out of memory\n", program);
     return kBadInput;
   } catch (const std::exception& e) {
     // Output files that cannot be written (plots), and the like.
-    std::fprintf(stderr, "vorn: %s\n", e.what());
+    std::fprintf(stderr, "%s: %s\n", program, e.what());
     return kBadInput;
   }
 }
