@@ -63,8 +63,8 @@ long parse_count(const std::string& text) {
   char* end = nullptr;
   errno = 0;
   const long value = std::strtol(text.c_str(), &end, 10);
-  if (text.empty() || *end != '\0' || errno != 0 || value < 1 || value > 9999) {
-    usage_error("--models takes a whole number from 1 to 9999, not '" + text + "'");
+  if (text.empty() || *end != '\0' || errno != 0 || value < 1 || value > 1000000) {
+    usage_error("--models takes a whole number from 1 to 1000000, not '" + text + "'");
   }
   return value;
 }
@@ -316,6 +316,8 @@ void write_ensemble(const Options& opt, const std::vector<AtomRecord>& atoms) {
     double shift[3];
     for (double& s : shift) s = kMaxShift * rng.symmetric();
     block.clear();
+    // Serials beyond the four columns of the record run on to the right, as
+    // trajectory writers do.
     block += format_line("MODEL     %4ld\n", m);
     for (const AtomRecord& a : atoms) {
       const double p[3] = {a.xyz[0] - centroid[0], a.xyz[1] - centroid[1], a.xyz[2] - centroid[2]};
