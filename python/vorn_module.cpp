@@ -113,28 +113,12 @@ void require_readable(const std::string& path) {
 // Options given as Python values
 
 Selection parse_selection(const std::string& text) {
-  if (text == "surface") return Selection::surface;
-  if (text == "heavy") return Selection::heavy;
-  if (text == "all") return Selection::all;
+  if (const auto s = vorn::app::parse_selection(text)) return *s;
   throw py::value_error("select must be 'surface', 'heavy' or 'all' (got '" + text + "')");
 }
 
-const char* selection_name(Selection s) {
-  switch (s) {
-    case Selection::surface:
-      return "surface";
-    case Selection::heavy:
-      return "heavy";
-    case Selection::all:
-      return "all";
-  }
-  return "";
-}
-
 vorn::MediumKind parse_medium(const std::string& text) {
-  if (text == "bicelle") return vorn::MediumKind::bicelle;
-  if (text == "phage") return vorn::MediumKind::phage;
-  if (text == "bicelle+phage") return vorn::MediumKind::bicelle_and_phage;
+  if (const auto k = vorn::app::parse_medium(text)) return *k;
   throw py::value_error("medium must be 'bicelle', 'phage' or 'bicelle+phage' (got '" + text +
                         "')");
 }
@@ -883,7 +867,7 @@ file order, in the same order as all_coordinates.
       .def_readonly("file", &Structure::file, "Path of the file read.")
       .def_readonly("format", &Structure::format, "'PDB' or 'mmCIF'.")
       .def_property_readonly(
-          "select", [](const Structure& s) { return selection_name(s.selection); },
+          "select", [](const Structure& s) { return vorn::app::selection_name(s.selection); },
           "Selection of the steric model: 'surface', 'heavy' or 'all'.")
       .def_readonly("keep_hydrogens", &Structure::keep_hydrogens,
                     "Whether hydrogens take part in the steric model.")
@@ -942,7 +926,7 @@ file order, in the same order as all_coordinates.
         return "<vorn.Structure model " + std::to_string(s.model) + " of '" + s.file +
                "': " + std::to_string(s.atoms.size()) + " atoms, " +
                std::to_string(s.steric.size()) + " in the steric model (" +
-               selection_name(s.selection) + ")>";
+               vorn::app::selection_name(s.selection) + ")>";
       });
 
   py::class_<CouplingSet>(

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "vorn/error.hpp"
+#include "vorn/fit.hpp"
 
 namespace vorn {
 
@@ -36,17 +37,10 @@ double dipolar_constant_hz(std::string_view element1, std::string_view element2,
 }
 
 double dipolar_coupling_hz(const SaupeElements& saupe, const Vec3& vector, double dmax_hz) {
-  const double length = std::sqrt(vector.x * vector.x + vector.y * vector.y + vector.z * vector.z);
-  if (!(length > 0.0) || !std::isfinite(length)) {
-    throw Error("dipolar_coupling_hz: the internuclear vector has no direction");
-  }
-  const double x = vector.x / length;
-  const double y = vector.y / length;
-  const double z = vector.z / length;
-  // sum_ij S_ij c_i c_j with Sxx = -(Szz - (Sxx-Syy))/2, Syy = -(Szz + (Sxx-Syy))/2.
-  const double sum = saupe[0] * (1.5 * z * z - 0.5) + saupe[1] * 0.5 * (x * x - y * y) +
-                     2.0 * (saupe[2] * x * y + saupe[3] * x * z + saupe[4] * y * z);
-  return dmax_hz * sum;
+  const DesignRow row = coupling_design(vector, dmax_hz);
+  double sum = 0.0;
+  for (int j = 0; j < 5; ++j) sum += row[j] * saupe[j];
+  return sum;
 }
 
 }  // namespace vorn

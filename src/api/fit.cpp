@@ -1,5 +1,7 @@
 // Least-squares fit of the Saupe elements to couplings of any kind, with
 // quality figures, sign checks and error bars.
+#include "vorn/fit.hpp"
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -10,7 +12,7 @@
 #include "fit/dsvdc.hpp"
 #include "vorn/couplings.hpp"
 #include "vorn/error.hpp"
-#include "vorn/fit.hpp"
+#include "vorn/statistics.hpp"
 
 namespace vorn {
 
@@ -112,7 +114,8 @@ TensorFit fit_values(std::span<const FitRow> rows, std::span<const double> value
   fit.ill_conditioned = !(fit.condition_number <= kIllConditioned);
   fit.tensor = analyze_tensor(fit.saupe);
   fit.calculated_hz.resize(rows.size());
-  for (std::size_t i = 0; i < rows.size(); ++i) fit.calculated_hz[i] = dot(rows[i].design, fit.saupe);
+  for (std::size_t i = 0; i < rows.size(); ++i)
+    fit.calculated_hz[i] = dot(rows[i].design, fit.saupe);
   return fit;
 }
 
@@ -187,24 +190,6 @@ double angle_difference(double a, double b) {
   if (d <= -180.0) d += 360.0;
   return d;
 }
-
-// Running mean and spread (Welford), free of the cancellation of sums of
-// squares when the spread is tiny against the mean.
-class Spread {
- public:
-  void add(double x) {
-    ++n_;
-    const double delta = x - mean_;
-    mean_ += delta / n_;
-    m2_ += delta * (x - mean_);
-  }
-  double sd() const { return n_ < 2 ? 0.0 : std::sqrt(m2_ / (n_ - 1)); }
-
- private:
-  int n_ = 0;
-  double mean_ = 0.0;
-  double m2_ = 0.0;
-};
 
 }  // namespace
 
@@ -336,8 +321,7 @@ std::vector<std::size_t> outliers(std::span<const FitRow> rows, const TensorFit&
 }
 
 ErrorEstimate estimate_errors(std::span<const FitRow> rows, const TensorFit& fit,
-                              ErrorMethod method, int samples, std::uint64_t seed,
-                              bool weighted) {
+                              ErrorMethod method, int samples, std::uint64_t seed, bool weighted) {
   if (samples < 2) throw Error("error estimate: at least 2 samples are needed");
   ErrorEstimate e;
   e.method = method;
@@ -350,9 +334,9 @@ ErrorEstimate estimate_errors(std::span<const FitRow> rows, const TensorFit& fit
   }
   rmsd = std::sqrt(rmsd / static_cast<double>(rows.size()));
 
-  Spread da, r;
-  Spread angle[4][3];
-  std::vector<Spread> calc(rows.size());
+  RunningSpread da, r;
+  RunningSpread angle[4][3];
+  std::vector<RunningSpread> calc(rows.size());
   int done = 0;
   int failures = 0;
   while (done < samples) {
@@ -368,7 +352,8 @@ ErrorEstimate estimate_errors(std::span<const FitRow> rows, const TensorFit& fit
       } else {
         std::vector<FitRow> drawn;
         drawn.reserve(rows.size());
-        for (std::size_t i = 0; i < rows.size(); ++i) drawn.push_back(rows[random.index(rows.size())]);
+        for (std::size_t i = 0; i < rows.size(); ++i)
+          drawn.push_back(rows[random.index(rows.size())]);
         sample = fit_tensor(drawn, weighted);
       }
     } catch (const Error&) {

@@ -128,8 +128,8 @@ SaupeElements PredictionContext::predict_saupe(std::span<const Vec3> positions,
     const Placement placement =
         place_molecule(settings, static_cast<int>(n), x, y, z, ClassicLimits{}, impl_->log);
     const Scaling scaling = scaling_for(settings, placement, impl_->orientations.count);
-    simulate_placed(settings, placement, impl_->orientations, scaling, static_cast<int>(n), x, y,
-                    z, threads, saupe);
+    simulate_placed(settings, placement, impl_->orientations, scaling, static_cast<int>(n), x, y, z,
+                    threads, saupe);
   } catch (const std::bad_alloc&) {
     throw Error("predict: not enough memory for the position grid (grid spacing too small?)");
   } catch (const std::length_error&) {

@@ -88,8 +88,8 @@ std::string plain(const std::string& name) { return name == "HN" ? "H" : name; }
 // is not a methyl carbon of that residue.
 std::string methyl_partner(const std::string& residue, const std::string& carbon) {
   static const std::map<std::pair<std::string, std::string>, std::string> kMethyls{
-      {{"ALA", "CB"}, "CA"},  {{"VAL", "CG1"}, "CB"}, {{"VAL", "CG2"}, "CB"},
-      {{"LEU", "CD1"}, "CG"}, {{"LEU", "CD2"}, "CG"}, {{"ILE", "CG2"}, "CB"},
+      {{"ALA", "CB"}, "CA"},   {{"VAL", "CG1"}, "CB"}, {{"VAL", "CG2"}, "CB"},
+      {{"LEU", "CD1"}, "CG"},  {{"LEU", "CD2"}, "CG"}, {{"ILE", "CG2"}, "CB"},
       {{"ILE", "CD1"}, "CG1"}, {{"THR", "CG2"}, "CB"}, {{"MET", "CE"}, "SD"}};
   const auto it = kMethyls.find({residue, carbon});
   return it == kMethyls.end() ? std::string() : it->second;
@@ -155,10 +155,9 @@ bool design_in_model(const ModelIndex& index, const io::MeasuredCoupling& c, boo
   std::string earlier = plain(first[0]->name);
   std::string later = plain(second[0]->name);
   if (step < 0) std::swap(earlier, later);
-  const std::optional<double> standard =
-      structure_lengths || std::abs(step) > 1
-          ? std::nullopt
-          : standard_length(earlier, later, std::abs(step) == 1);
+  const std::optional<double> standard = structure_lengths || std::abs(step) > 1
+                                             ? std::nullopt
+                                             : standard_length(earlier, later, std::abs(step) == 1);
   row = {};
   int pairs = 0;
   for (const Atom* a : first) {
@@ -226,7 +225,8 @@ void fit_set(SetFit& set, const FitSettings& s) {
   }
   const std::vector<FitRow> rows = rows_of(set.couplings);
   set.quality = fit_quality(rows, set.fit.calculated_hz, set.fit.tensor);
-  if (s.errors) set.errors = estimate_errors(rows, set.fit, *s.errors, s.samples, s.seed, s.weighted);
+  if (s.errors)
+    set.errors = estimate_errors(rows, set.fit, *s.errors, s.samples, s.seed, s.weighted);
 }
 
 // The steric prediction of the fitted models against the data.
@@ -277,8 +277,8 @@ struct Group {
   std::vector<std::vector<bool>> present;  // coupling resolved in every model so far
 };
 
-void add_model(Group& g, const io::Model& model, const io::CouplingFile& file,
-               const FitSettings& s, const PredictionContext* context, const Medium& medium) {
+void add_model(Group& g, const io::Model& model, const io::CouplingFile& file, const FitSettings& s,
+               const PredictionContext* context, const Medium& medium) {
   g.models.push_back(model.number);
   const ModelIndex index(model.atoms);
   if (g.sets.empty()) {
@@ -290,7 +290,8 @@ void add_model(Group& g, const io::Model& model, const io::CouplingFile& file,
         r.measured = m;
         r.type = type_of(m);
         for (const Atom& a : model.atoms) {
-          if (a.residue_number == m.atom1.residue && (m.atom1.chain.empty() || a.chain == m.atom1.chain)) {
+          if (a.residue_number == m.atom1.residue &&
+              (m.atom1.chain.empty() || a.chain == m.atom1.chain)) {
             if (is_methyl_axis(m, a.residue_name)) r.type = "methyl";
             break;
           }
@@ -357,8 +358,7 @@ void finish_group(Group& g, const io::CouplingFile& file, const FitSettings& s, 
 
 }  // namespace
 
-std::optional<double> standard_length(const std::string& a, const std::string& b,
-                                      bool previous) {
+std::optional<double> standard_length(const std::string& a, const std::string& b, bool previous) {
   const auto pair = [&](const char* x, const char* y) {
     return (a == x && b == y) || (a == y && b == x);
   };

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "app/predict_command.hpp"
 #include "io/coupling_reader.hpp"
 #include "io/structure_reader.hpp"
-#include "app/predict_command.hpp"
 #include "vorn/fit.hpp"
 
 namespace vorn::app {
@@ -39,9 +39,9 @@ struct FitSettings {
 // One coupling of a set resolved against the structure.
 struct ResolvedCoupling {
   io::MeasuredCoupling measured;
-  std::string type;           // "N-H", "CA-HA", "CA-C", "C-N", "C-HN" or "ATOM1-ATOM2"
-  FitRow row;                 // design (averaged over models and pseudo-atom protons)
-  double distance = 0.0;      // Angstrom, the one Dmax was taken at
+  std::string type;                   // "N-H", "CA-HA", "CA-C", "C-N", "C-HN" or "ATOM1-ATOM2"
+  FitRow row;                         // design (averaged over models and pseudo-atom protons)
+  double distance = 0.0;              // Angstrom, the one Dmax was taken at
   std::vector<DesignRow> model_rows;  // per model, for the prediction (ensemble)
 };
 
@@ -55,7 +55,7 @@ struct PredictionComparison {
 
 struct SetFit {
   std::string set;
-  std::vector<int> models;  // the models the fit rests on
+  std::vector<int> models;                  // the models the fit rests on
   std::vector<ResolvedCoupling> couplings;  // as fitted (after --drop-outliers)
   TensorFit fit;
   FitQuality quality;

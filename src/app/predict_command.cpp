@@ -1,18 +1,54 @@
 #include "app/predict_command.hpp"
 
 #include <cmath>
-#include <map>
-#include <string>
 #include <condition_variable>
 #include <deque>
 #include <exception>
+#include <map>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <tuple>
 
 #include "vorn/error.hpp"
 
 namespace vorn::app {
+
+const char* selection_name(Selection selection) {
+  switch (selection) {
+    case Selection::surface:
+      return "surface";
+    case Selection::heavy:
+      return "heavy";
+    case Selection::all:
+      return "all";
+  }
+  return "";
+}
+
+std::optional<Selection> parse_selection(std::string_view name) {
+  for (const Selection s : {Selection::surface, Selection::heavy, Selection::all})
+    if (name == selection_name(s)) return s;
+  return std::nullopt;
+}
+
+const char* medium_name(MediumKind kind) {
+  switch (kind) {
+    case MediumKind::bicelle:
+      return "bicelle";
+    case MediumKind::phage:
+      return "phage";
+    case MediumKind::bicelle_and_phage:
+      return "bicelle+phage";
+  }
+  return "";
+}
+
+std::optional<MediumKind> parse_medium(std::string_view name) {
+  for (const MediumKind k : {MediumKind::bicelle, MediumKind::phage, MediumKind::bicelle_and_phage})
+    if (name == medium_name(k)) return k;
+  return std::nullopt;
+}
 
 std::vector<Vec3> steric_atoms(const std::vector<Atom>& atoms, const PredictSettings& s) {
   std::vector<Atom> kept;
@@ -76,11 +112,11 @@ struct Slot {
 
 }  // namespace
 
-std::string predict_stream(const std::string& path, const PredictSettings& settings,
-                           const PredictionContext& context, int workers, int threads,
-                           const std::function<void(const std::string&)>& start,
-                           const std::function<std::string(const ModelPrediction&)>& format,
-                           const std::function<void(const ModelPrediction&, const std::string&)>& emit) {
+std::string predict_stream(
+    const std::string& path, const PredictSettings& settings, const PredictionContext& context,
+    int workers, int threads, const std::function<void(const std::string&)>& start,
+    const std::function<std::string(const ModelPrediction&)>& format,
+    const std::function<void(const ModelPrediction&, const std::string&)>& emit) {
   // Hydrogens are always read: the couplings need them; the selection
   // decides whether they enter the steric model.
   ReadOptions read = settings.read;
@@ -236,13 +272,12 @@ FilePrediction predict_file(const std::string& path, const PredictSettings& sett
   FilePrediction result;
   result.file = path;
   EnsembleAccumulator ensemble;
-  result.format = predict_stream(
-      path, settings, context, std::max(settings.threads, 1), 1, {}, {},
-      [&](const ModelPrediction& m, const std::string&) {
-        ensemble.add(m);
-        result.models.push_back(m);
-        if (progress) progress(static_cast<int>(result.models.size()));
-      });
+  result.format = predict_stream(path, settings, context, std::max(settings.threads, 1), 1, {}, {},
+                                 [&](const ModelPrediction& m, const std::string&) {
+                                   ensemble.add(m);
+                                   result.models.push_back(m);
+                                   if (progress) progress(static_cast<int>(result.models.size()));
+                                 });
   if (result.models.size() > 1) result.ensemble = ensemble.summary();
   return result;
 }

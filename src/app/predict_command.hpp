@@ -6,13 +6,15 @@
 #include <functional>
 #include <map>
 #include <optional>
-#include <tuple>
 #include <string>
+#include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "io/structure_reader.hpp"
 #include "vorn/couplings.hpp"
 #include "vorn/predict.hpp"
+#include "vorn/statistics.hpp"
 #include "vorn/tensor.hpp"
 
 namespace vorn::app {
@@ -20,10 +22,10 @@ namespace vorn::app {
 using io::Format;
 using io::InputError;
 using io::Model;
-using io::ReadOptions;
-using io::StructureReader;
 using io::parse_format;
 using io::parse_model_list;
+using io::ReadOptions;
+using io::StructureReader;
 
 enum class Selection { surface, heavy, all };
 enum class OutputFormat { text, json, csv };
@@ -78,6 +80,14 @@ struct FilePrediction {
   std::optional<EnsembleSummary> ensemble;  // with more than one model
 };
 
+// The names of the command line and the outputs: "surface", "heavy", "all";
+// "bicelle", "phage", "bicelle+phage". The parsers give nothing for any
+// other text.
+const char* selection_name(Selection selection);
+std::optional<Selection> parse_selection(std::string_view name);
+const char* medium_name(MediumKind kind);
+std::optional<MediumKind> parse_medium(std::string_view name);
+
 // The atoms of the steric model by the selection rule (hydrogens only with
 // keep_hydrogens or the "all" selection; surface: the classic rule).
 std::vector<Vec3> steric_atoms(const std::vector<Atom>& atoms, const PredictSettings& settings);
@@ -103,31 +113,11 @@ ModelPrediction predict_model(const Model& model, const PredictSettings& setting
 // at any time. A failure (a model that cannot be read or predicted) is
 // thrown after every earlier model was emitted. Returns the format name
 // ("PDB" or "mmCIF").
-std::string predict_stream(const std::string& path, const PredictSettings& settings,
-                           const PredictionContext& context, int workers, int threads,
-                           const std::function<void(const std::string&)>& start,
-                           const std::function<std::string(const ModelPrediction&)>& format,
-                           const std::function<void(const ModelPrediction&, const std::string&)>& emit);
-
-// Running mean and sample standard deviation (n - 1; 0 below two values),
-// free of the cancellation of sums of squares.
-class RunningSpread {
- public:
-  void add(double x) {
-    ++n_;
-    const double delta = x - mean_;
-    mean_ += delta / n_;
-    m2_ += delta * (x - mean_);
-  }
-  int count() const { return n_; }
-  double mean() const { return mean_; }
-  double sd() const { return n_ < 2 ? 0.0 : std::sqrt(m2_ / (n_ - 1)); }
-
- private:
-  int n_ = 0;
-  double mean_ = 0.0;
-  double m2_ = 0.0;
-};
+std::string predict_stream(
+    const std::string& path, const PredictSettings& settings, const PredictionContext& context,
+    int workers, int threads, const std::function<void(const std::string&)>& start,
+    const std::function<std::string(const ModelPrediction&)>& format,
+    const std::function<void(const ModelPrediction&, const std::string&)>& emit);
 
 // The ensemble summary built model by model, in the order the models are
 // added (the same bits for any number of threads or processes that deliver

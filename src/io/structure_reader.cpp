@@ -179,7 +179,8 @@ class PdbSplitter {
           try {
             chunk.text += atom ? fixed_column_record(line) : line;
           } catch (const InputError& e) {
-            throw InputError(std::string(e.what()) + " (model " + std::to_string(chunk.number) + ")");
+            throw InputError(std::string(e.what()) + " (model " + std::to_string(chunk.number) +
+                             ")");
           }
           chunk.text += '\n';
           chunk.lines.push_back(in_.number());

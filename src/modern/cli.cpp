@@ -157,9 +157,9 @@ Sampling parse_sampling(const std::string& text) {
   char extra = 0;
   if (std::sscanf(text.c_str(), "%d,%d,%d%c", &s.theta, &s.phi, &s.psi, &extra) != 3 ||
       s.theta < 1 || s.phi < 1 || s.psi < 1) {
-    throw CLI::ValidationError("--sampling",
-                               "expects three whole numbers of at least 1, e.g. 9,18,18 (got '" +
-                                   text + "')");
+    throw CLI::ValidationError(
+        "--sampling",
+        "expects three whole numbers of at least 1, e.g. 9,18,18 (got '" + text + "')");
   }
   return s;
 }
@@ -173,12 +173,9 @@ void finish_options(const CLI::App& cmd, const OptionText& t, PredictSettings& s
     }
     s.read.altloc = t.altloc[0];
   }
-  s.medium.kind = t.medium == "phage"           ? MediumKind::phage
-                  : t.medium == "bicelle+phage" ? MediumKind::bicelle_and_phage
-                                                : MediumKind::bicelle;
-  s.selection = t.selection == "heavy" ? Selection::heavy
-                : t.selection == "all" ? Selection::all
-                                       : Selection::surface;
+  // Both checked against the same names by the option's IsMember.
+  s.medium.kind = parse_medium(t.medium).value_or(MediumKind::bicelle);
+  s.selection = parse_selection(t.selection).value_or(Selection::surface);
   s.output_format = t.format == "json"  ? OutputFormat::json
                     : t.format == "csv" ? OutputFormat::csv
                                         : OutputFormat::text;
@@ -304,7 +301,8 @@ int run_cli(int argc, char** argv, const CommandRunners& runners, const FrontEnd
   OptionText predict_text;
   CLI::App* predict = app.add_subcommand(
       "predict", "Predict the alignment tensor and backbone couplings of every model");
-  predict->add_option("STRUCTURE", predict_settings.files, "PDB or mmCIF file(s), optionally gzipped")
+  predict
+      ->add_option("STRUCTURE", predict_settings.files, "PDB or mmCIF file(s), optionally gzipped")
       ->required()
       ->type_name("FILE");
   add_reading_options(*predict, predict_settings, predict_text);
@@ -326,7 +324,8 @@ int run_cli(int argc, char** argv, const CommandRunners& runners, const FrontEnd
       ->type_name("FILE");
   add_reading_options(*fit, fit_settings.common, fit_text);
   const char* couplings_group = "Couplings";
-  fit->add_option("--couplings-format", couplings_format, "classic, xplor or table (default: by content)")
+  fit->add_option("--couplings-format", couplings_format,
+                  "classic, xplor or table (default: by content)")
       ->group(couplings_group)
       ->check(CLI::IsMember({"classic", "dc", "xplor", "cns", "table"}, CLI::ignore_case));
   fit->add_option("--set", set, "tensor set (X-PLOR tensor residue, e.g. 500; default: every set)")
@@ -371,8 +370,7 @@ int run_cli(int argc, char** argv, const CommandRunners& runners, const FrontEnd
       ->group(fit_group);
   add_model_options(*fit, fit_settings.common, fit_text, "Steric prediction (--predict)");
   add_output_options(*fit, fit_settings.common, fit_text);
-  fit->add_option("--plot", fit_settings.plot_file,
-                  "correlation plot: FILE.svg, .pdf or .png")
+  fit->add_option("--plot", fit_settings.plot_file, "correlation plot: FILE.svg, .pdf or .png")
       ->group("Output");
 
   try {

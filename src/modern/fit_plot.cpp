@@ -51,8 +51,8 @@ void write_fit_plots(const FitResult& result, const std::string& path) {
     }
     PlotOptions options;
     options.title = set.set.empty() ? "fit" : "set " + set.set;
-    options.legend_notes.push_back(fmt::format("fit: r = {:.3f}, Q = {:.3f}", set.quality.overall.r,
-                                               set.quality.overall.q));
+    options.legend_notes.push_back(
+        fmt::format("fit: r = {:.3f}, Q = {:.3f}", set.quality.overall.r, set.quality.overall.q));
     if (set.prediction) {
       PlotSeries predicted;
       predicted.label = "predicted";
@@ -61,8 +61,8 @@ void write_fit_plots(const FitResult& result, const std::string& path) {
         predicted.calculated_hz.push_back(set.prediction->predicted_hz[i]);
       }
       series.push_back(std::move(predicted));
-      options.legend_notes.push_back(fmt::format("predicted: r = {:.3f}, Q = {:.3f}",
-                                                 set.prediction->r, set.prediction->q));
+      options.legend_notes.push_back(
+          fmt::format("predicted: r = {:.3f}, Q = {:.3f}", set.prediction->r, set.prediction->q));
     }
     write_correlation_plot(plot_path(path, result, set, k), series, options);
   }

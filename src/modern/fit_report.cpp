@@ -170,14 +170,13 @@ std::string format_csv(const FitResult& r) {
     for (std::size_t i = 0; i < s.couplings.size(); ++i) {
       const ResolvedCoupling& c = s.couplings[i];
       const io::MeasuredCoupling& m = c.measured;
-      out += fmt::format("{},{},{},{},{},{},{},{},{},{},{},{},{},{}\n", csv_field(s.set),
-                         csv_field(models), csv_field(m.atom1.chain), m.atom1.residue,
-                         csv_field(m.atom1.name), csv_field(m.atom2.chain), m.atom2.residue,
-                         csv_field(m.atom2.name), csv_field(c.type), c.row.value_hz,
-                         m.error_hz ? fmt::format("{}", *m.error_hz) : std::string(),
-                         s.fit.calculated_hz[i], c.row.value_hz - s.fit.calculated_hz[i],
-                         s.prediction ? fmt::format("{}", s.prediction->predicted_hz[i])
-                                      : std::string());
+      out += fmt::format(
+          "{},{},{},{},{},{},{},{},{},{},{},{},{},{}\n", csv_field(s.set), csv_field(models),
+          csv_field(m.atom1.chain), m.atom1.residue, csv_field(m.atom1.name),
+          csv_field(m.atom2.chain), m.atom2.residue, csv_field(m.atom2.name), csv_field(c.type),
+          c.row.value_hz, m.error_hz ? fmt::format("{}", *m.error_hz) : std::string(),
+          s.fit.calculated_hz[i], c.row.value_hz - s.fit.calculated_hz[i],
+          s.prediction ? fmt::format("{}", s.prediction->predicted_hz[i]) : std::string());
     }
   }
   return out;
@@ -191,16 +190,17 @@ std::string format_quality(const Quality& q) {
 std::string format_text(const FitResult& r, const FitSettings& settings) {
   std::string out = fmt::format("{} ({}) with couplings {} ({})\n", settings.structure,
                                 r.structure_format, settings.couplings, r.couplings_format);
-  if (r.skipped_lines > 0) out += fmt::format("skipped {} bad line(s) (--lenient)\n", r.skipped_lines);
+  if (r.skipped_lines > 0)
+    out += fmt::format("skipped {} bad line(s) (--lenient)\n", r.skipped_lines);
   for (const SetFit& s : r.sets) {
     const AlignmentTensor& t = s.fit.tensor;
     std::string models;
     for (int m : s.models) models += (models.empty() ? "" : ",") + std::to_string(m);
-    out += fmt::format("\nset {}, model{} {}: {} couplings fitted{}{}\n",
-                       s.set.empty() ? "-" : s.set, s.models.size() > 1 ? "s" : "", models,
-                       s.couplings.size(), s.fit.weighted ? " (weighted by their errors)" : "",
-                       s.unresolved > 0 ? fmt::format(", {} not found and skipped", s.unresolved)
-                                        : std::string());
+    out += fmt::format(
+        "\nset {}, model{} {}: {} couplings fitted{}{}\n", s.set.empty() ? "-" : s.set,
+        s.models.size() > 1 ? "s" : "", models, s.couplings.size(),
+        s.fit.weighted ? " (weighted by their errors)" : "",
+        s.unresolved > 0 ? fmt::format(", {} not found and skipped", s.unresolved) : std::string());
     out += "  Saupe matrix (x, y, z):\n";
     for (const auto& row : saupe_matrix(t.saupe))
       out += fmt::format("    {:13.6e} {:13.6e} {:13.6e}\n", row[0], row[1], row[2]);
@@ -246,9 +246,9 @@ std::string format_text(const FitResult& r, const FitSettings& settings) {
                          settings.drop_outliers ? ", dropped and refitted" : "");
       for (const ResolvedCoupling& c : s.outliers) {
         out += fmt::format("    {} {} {} - {} {} {}  {:.3f} Hz (line {})\n", c.measured.atom1.chain,
-                           c.measured.atom1.residue, c.measured.atom1.name,
-                           c.measured.atom2.chain, c.measured.atom2.residue,
-                           c.measured.atom2.name, c.measured.value_hz, c.measured.line);
+                           c.measured.atom1.residue, c.measured.atom1.name, c.measured.atom2.chain,
+                           c.measured.atom2.residue, c.measured.atom2.name, c.measured.value_hz,
+                           c.measured.line);
       }
     }
     if (s.prediction) {

@@ -14,30 +14,6 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
-const char* medium_name(MediumKind kind) {
-  switch (kind) {
-    case MediumKind::bicelle:
-      return "bicelle";
-    case MediumKind::phage:
-      return "phage";
-    case MediumKind::bicelle_and_phage:
-      return "bicelle+phage";
-  }
-  return "";
-}
-
-const char* selection_name(Selection s) {
-  switch (s) {
-    case Selection::surface:
-      return "surface";
-    case Selection::heavy:
-      return "heavy";
-    case Selection::all:
-      return "all";
-  }
-  return "";
-}
-
 json settings_json(const PredictSettings& s) {
   const Medium& m = s.medium;
   json j;
@@ -125,7 +101,9 @@ std::string csv_field(const std::string& text) {
 
 }  // namespace
 
-std::string icode_text(char icode) { return icode == ' ' || icode == '\0' ? "" : std::string(1, icode); }
+std::string icode_text(char icode) {
+  return icode == ' ' || icode == '\0' ? "" : std::string(1, icode);
+}
 
 std::string PredictReport::begin_all() const {
   switch (settings_.output_format) {
@@ -190,14 +168,16 @@ std::string PredictReport::model(const ModelPrediction& p, const std::string& fi
       break;
   }
   const AlignmentTensor& t = p.tensor;
-  std::string out = fmt::format("\nmodel {}: {} of {} atoms\n", p.model, p.atoms_used, p.atoms_read);
+  std::string out =
+      fmt::format("\nmodel {}: {} of {} atoms\n", p.model, p.atoms_used, p.atoms_read);
   out += fmt::format("  Saupe (Szz, Sxx-Syy, Sxy, Sxz, Syz): {:.6e} {:.6e} {:.6e} {:.6e} {:.6e}\n",
                      t.saupe[0], t.saupe[1], t.saupe[2], t.saupe[3], t.saupe[4]);
   out += fmt::format("  Da(NH) = {:.2f} Hz   R = {:.3f}\n", t.da_hz, t.rhombicity);
   out += fmt::format("  eigenvalues (zz, yy, xx): {:.6e} {:.6e} {:.6e}\n", t.eigenvalues[0],
                      t.eigenvalues[1], t.eigenvalues[2]);
   out += "  Euler angles (alpha, beta, gamma; deg):";
-  for (const auto& e : t.euler_deg) out += fmt::format("  ({:.2f}, {:.2f}, {:.2f})", e[0], e[1], e[2]);
+  for (const auto& e : t.euler_deg)
+    out += fmt::format("  ({:.2f}, {:.2f}, {:.2f})", e[0], e[1], e[2]);
   out += "\n";
   if (p.built_hydrogens > 0) {
     out += fmt::format(
@@ -239,8 +219,8 @@ std::string PredictReport::end_file(const EnsembleAccumulator& ensemble) const {
   std::string out = fmt::format(
       "\nensemble of {} models: Da(NH) = {:.2f} +/- {:.2f} Hz   R = {:.3f} +/- {:.3f}\n", e.models,
       e.da_hz_mean, e.da_hz_sd, e.rhombicity_mean, e.rhombicity_sd);
-  out += fmt::format("  {:<5} {:>6} {:<4} {:<6} {:<5} {:<5} {:>10} {:>8}\n", "chain", "resid", "res",
-                     "type", "atom1", "atom2", "mean (Hz)", "sd");
+  out += fmt::format("  {:<5} {:>6} {:<4} {:<6} {:<5} {:<5} {:>10} {:>8}\n", "chain", "resid",
+                     "res", "type", "atom1", "atom2", "mean (Hz)", "sd");
   for (const EnsembleCoupling& c : e.couplings) {
     const CouplingSite& st = c.site;
     out += fmt::format("  {:<5} {:>6} {:<4} {:<6} {:<5} {:<5} {:>10.2f} {:>8.2f}\n", st.chain,

@@ -59,12 +59,11 @@ Placement place_molecule(const Settings& settings, int n, std::vector<double>& x
   return p;
 }
 
-Orientations sample_angles(const Settings& settings, const ClassicLimits& limits,
-                           const Log& log) {
+Orientations sample_angles(const Settings& settings, const ClassicLimits& limits, const Log& log) {
   Orientations o;
-  o.count = grid_orientation_sampling(settings, settings.dig_theta, settings.dig_phi,
-                                      settings.dig_psi, o.tables.eulerangle, log,
-                                      limits.orientation_limit);
+  o.count =
+      grid_orientation_sampling(settings, settings.dig_theta, settings.dig_phi, settings.dig_psi,
+                                o.tables.eulerangle, log, limits.orientation_limit);
   return o;
 }
 

@@ -35,8 +35,7 @@ Placement place_molecule(const Settings& settings, int n, std::vector<double>& x
                          const ClassicLimits& limits, const Log& log);
 
 // Orientation sampling alone (angles and count).
-Orientations sample_angles(const Settings& settings, const ClassicLimits& limits,
-                           const Log& log);
+Orientations sample_angles(const Settings& settings, const ClassicLimits& limits, const Log& log);
 // The element lists of the sampled orientations and their means.
 void build_lists(const Settings& settings, Orientations& orientations, const Log& log);
 // sample_angles followed by build_lists.

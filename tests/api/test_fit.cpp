@@ -3,8 +3,8 @@
 // data, determinism, sign checks and outliers.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <map>
 #include <random>
@@ -59,7 +59,8 @@ std::vector<FitRow> synthetic(double sigma, std::uint64_t seed, double error_hz)
 SaupeElements normal_equations(const std::vector<FitRow>& rows, bool weighted) {
   long double m[5][6] = {};
   for (const FitRow& r : rows) {
-    const long double w = weighted ? 1.0L / (static_cast<long double>(r.error_hz) * r.error_hz) : 1.0L;
+    const long double w =
+        weighted ? 1.0L / (static_cast<long double>(r.error_hz) * r.error_hz) : 1.0L;
     for (int i = 0; i < 5; ++i) {
       for (int j = 0; j < 5; ++j) m[i][j] += w * r.design[i] * r.design[j];
       m[i][5] += w * r.design[i] * r.value_hz;
@@ -120,7 +121,8 @@ TEST(FitTensor, MonteCarloSpreadMatchesRepeatedData) {
   // the spread of the fitted Da over 300 independent data sets.
   const double sigma = 2.0;
   std::vector<double> da;
-  for (int k = 0; k < 300; ++k) da.push_back(fit_tensor(synthetic(sigma, 100 + k, sigma)).tensor.da_hz);
+  for (int k = 0; k < 300; ++k)
+    da.push_back(fit_tensor(synthetic(sigma, 100 + k, sigma)).tensor.da_hz);
   double mean = 0, var = 0;
   for (double x : da) mean += x / da.size();
   for (double x : da) var += (x - mean) * (x - mean) / (da.size() - 1);
@@ -165,10 +167,12 @@ TEST(FitTensor, SignCheckFindsTheInvertedType) {
     EXPECT_GT(c.q_as_given, 2 * q_right);
     EXPECT_NEAR(c.q_best, q_right, 1e-12);
   }
-  const auto nh = std::find_if(checks.begin(), checks.end(), [](auto& c) { return c.type == "N-H"; });
+  const auto nh =
+      std::find_if(checks.begin(), checks.end(), [](auto& c) { return c.type == "N-H"; });
   EXPECT_LT(nh->q_inverted, nh->q_as_given);
   // The correct data: nothing is flagged.
-  for (const SignCheck& c : check_signs(synthetic(0.5, 21, 0.0))) EXPECT_FALSE(c.inverted_fits_better);
+  for (const SignCheck& c : check_signs(synthetic(0.5, 21, 0.0)))
+    EXPECT_FALSE(c.inverted_fits_better);
 }
 
 TEST(FitTensor, OutliersAndErrors) {

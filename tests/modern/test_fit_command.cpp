@@ -812,8 +812,7 @@ TEST(FitCommand, DroppingOutliers) {
   const size_t outliers = a.at("outliers").size();
   ASSERT_GT(outliers, 0u);
   bool moved_listed = false;
-  for (const json& o : a["outliers"])
-    moved_listed |= o["residue2"] == 12 && o["type"] == "N-H";
+  for (const json& o : a["outliers"]) moved_listed |= o["residue2"] == 12 && o["type"] == "N-H";
   EXPECT_TRUE(moved_listed);
   EXPECT_FALSE(a.at("outliers_dropped").get<bool>());
   EXPECT_TRUE(b.at("outliers_dropped").get<bool>());

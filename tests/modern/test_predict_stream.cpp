@@ -96,10 +96,9 @@ TEST(PredictStream, AFailingModelEndsTheStreamAfterEveryEarlierModel) {
     try {
       PredictSettings settings;
       const PredictionContext context;
-      predict_stream(path, settings, context, workers, 1, {}, {},
-                     [&](const ModelPrediction& m, const std::string&) {
-                       emitted.push_back(m.model);
-                     });
+      predict_stream(
+          path, settings, context, workers, 1, {}, {},
+          [&](const ModelPrediction& m, const std::string&) { emitted.push_back(m.model); });
     } catch (const std::exception& e) {
       message = e.what();
     }

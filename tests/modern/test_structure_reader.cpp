@@ -513,9 +513,8 @@ TEST_F(ReaderTest, ModelNumbersAndSelection) {
   EXPECT_EQ(models[0].atoms.size(), 2u);
 
   // The model of an exclude selection is the file's model number.
-  const std::string three =
-      write("three.pdb", "MODEL 1\n" + two + "ENDMDL\nMODEL 2\n" + two + "ENDMDL\nMODEL 3\n" + two +
-                             "ENDMDL\n");
+  const std::string three = write("three.pdb", "MODEL 1\n" + two + "ENDMDL\nMODEL 2\n" + two +
+                                                   "ENDMDL\nMODEL 3\n" + two + "ENDMDL\n");
   models = read_models(three, {.exclude = "/2/*/*/CA"});
   ASSERT_EQ(models.size(), 3u);
   EXPECT_EQ(models[0].atoms.size(), 2u);
@@ -592,8 +591,7 @@ TEST_F(ReaderTest, Errors) {
   EXPECT_EQ(error_of([&] { read_models(bad_cif); }).rfind(bad_cif + ":", 0), 0u);
 
   // A file cut inside a model opened by MODEL: the model and the last line.
-  const std::string cut_model =
-      write("cutmodel.pdb", "MODEL 1\n" + ok + "ENDMDL\nMODEL 2\n" + ok);
+  const std::string cut_model = write("cutmodel.pdb", "MODEL 1\n" + ok + "ENDMDL\nMODEL 2\n" + ok);
   EXPECT_EQ(error_of([&] { read_models(cut_model); }),
             cut_model + ":5: model 2 has no ENDMDL: the file ends inside it (truncated?)");
 
@@ -651,11 +649,10 @@ TEST(RealEntries, SharesOfTheModelsPartitionThem) {
     const auto chosen = read_models(path, {.keep_hydrogens = true, .models = selected});
     ASSERT_EQ(chosen.size(), 5u);
     for (int offset = 0; offset < 2; ++offset) {
-      expect_identical(read_models(path, {.keep_hydrogens = true,
-                                          .models = selected,
-                                          .stride = 2,
-                                          .offset = offset}),
-                       every(chosen, 2, offset));
+      expect_identical(
+          read_models(path,
+                      {.keep_hydrogens = true, .models = selected, .stride = 2, .offset = offset}),
+          every(chosen, 2, offset));
     }
     // An empty share ends without an error.
     EXPECT_TRUE(read_models(path, {.models = {4}, .stride = 2, .offset = 1}).empty());

@@ -18,8 +18,8 @@
 #include <vector>
 
 #include "modern/cli.hpp"
-#include "modern/predict_report.hpp"
 #include "modern/mpi/model_message.hpp"
+#include "modern/predict_report.hpp"
 
 namespace vorn::mpi {
 namespace {
