@@ -323,7 +323,9 @@ void add_model(Group& g, const io::Model& model, const io::CouplingFile& file, c
       for (int j = 0; j < 5; ++j) r.row.design[j] += row[j];
       r.row.dmax_hz = dmax;
       r.distance = length;
-      r.model_rows.push_back(row);
+      // Each model's own row is needed only to compare the models' own
+      // predictions; without --predict memory stays flat over the models.
+      if (context != nullptr) r.model_rows.push_back(row);
     }
   }
   if (context != nullptr) {

@@ -122,7 +122,7 @@ std::string predict_stream(
   ReadOptions read = settings.read;
   read.keep_hydrogens = true;
   StructureReader reader(path, read, settings.input_format);
-  const std::string format_name = reader.format_name();
+  std::string format_name = reader.format_name();
   if (start) start(format_name);
   workers = std::max(workers, 1);
   // Models read ahead of the one emitted next: enough to keep every worker
@@ -165,6 +165,7 @@ std::string predict_stream(
   });
 
   std::vector<std::thread> pool;
+  pool.reserve(static_cast<std::size_t>(workers));
   for (int w = 0; w < workers; ++w) {
     pool.emplace_back([&] {
       for (;;) {
