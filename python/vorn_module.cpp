@@ -16,7 +16,6 @@
 #include <filesystem>
 #include <limits>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <span>
@@ -241,14 +240,6 @@ vorn::app::PredictSettings predict_settings(const std::string& medium, double co
 // ---------------------------------------------------------------------------
 // Structures
 
-// The engine's surface method keeps its dot set between calls; the surface
-// selections of Python threads running at once (each without the GIL) take
-// turns, so that they never build or read that set concurrently.
-std::mutex& surface_mutex() {
-  static std::mutex m;
-  return m;
-}
-
 // One model of a file: every atom read (hydrogens included, as the couplings
 // need them) and the atoms of the steric model by the selection rule.
 struct Structure {
@@ -297,10 +288,7 @@ std::vector<StructurePtr> read_structure(const py::object& path_object, const py
       s->model = model.number;
       s->selection = selection;
       s->keep_hydrogens = keep_hydrogens;
-      {
-        const std::lock_guard<std::mutex> lock(surface_mutex());
-        s->steric = vorn::app::steric_atoms(model.atoms, settings);
-      }
+      s->steric = vorn::app::steric_atoms(model.atoms, settings);
       s->atoms = std::move(model.atoms);
       result.push_back(std::move(s));
     }
@@ -477,7 +465,6 @@ py::object predict(const py::object& input, const std::string& medium, double co
       std::span<const Vec3> points = job.points;
       if (job.structure) {
         if (job.reselect) {
-          const std::lock_guard<std::mutex> lock(surface_mutex());
           job.points = vorn::app::steric_atoms(
               job.structure->atoms,
               selection_settings(*job.reselect, job.structure->keep_hydrogens));
@@ -773,9 +760,6 @@ std::vector<FitResult> fit(
   vorn::app::FitResult result;
   {
     py::gil_scoped_release release;
-    // The steric prediction beside the fit selects surface atoms.
-    std::unique_lock<std::mutex> lock(surface_mutex(), std::defer_lock);
-    if (s.predict) lock.lock();
     result = vorn::app::run_fit(s);
   }
   std::vector<FitResult> sets;
