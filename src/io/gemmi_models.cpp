@@ -62,6 +62,10 @@ struct ModelConverter::Impl {
   // The atoms of a gemmi model that pass the reading rules, in file order.
   std::vector<ParsedAtom> convert(const gemmi::Model& model, int number) const {
     std::vector<ParsedAtom> atoms;
+    size_t records = 0;
+    for (const gemmi::Chain& chain : model.chains)
+      for (const gemmi::Residue& residue : chain.residues) records += residue.atoms.size();
+    atoms.reserve(records);
     std::vector<const gemmi::Atom*> kept;
     std::unordered_map<std::string, size_t> best;  // atom name -> its chosen conformer
     for (const gemmi::Chain& chain : model.chains) {

@@ -76,8 +76,11 @@ class LineReader {
  public:
   explicit LineReader(const std::string& path) : file_(path) {}
 
-  bool next(std::string& line) {
-    line.clear();
+  // The next line, valid until the next call: a view into the read buffer
+  // when the line lies whole in it (the common case: no copy), else the
+  // line gathered across buffer refills.
+  bool next(std::string_view& line) {
+    carry_.clear();
     bool any = false;
     while (true) {
       if (begin_ == end_) {
@@ -89,7 +92,11 @@ class LineReader {
       const char* start = buffer_.data() + begin_;
       const auto* newline = static_cast<const char*>(std::memchr(start, '\n', end_ - begin_));
       const size_t n = newline != nullptr ? static_cast<size_t>(newline - start) : end_ - begin_;
-      if (line.size() < kLineLimit) line.append(start, std::min(n, kLineLimit - line.size()));
+      if (newline != nullptr && carry_.empty()) {
+        begin_ += n + 1;
+        return finish(std::string_view(start, std::min(n, kLineLimit)), line);
+      }
+      if (carry_.size() < kLineLimit) carry_.append(start, std::min(n, kLineLimit - carry_.size()));
       begin_ += n;
       if (newline != nullptr) {
         ++begin_;
@@ -97,16 +104,22 @@ class LineReader {
       }
     }
     if (!any) return false;
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    ++number_;
-    return true;
+    return finish(carry_, line);
   }
 
   long number() const { return number_; }
 
  private:
+  bool finish(std::string_view text, std::string_view& line) {
+    if (!text.empty() && text.back() == '\r') text.remove_suffix(1);
+    line = text;
+    ++number_;
+    return true;
+  }
+
   InputFile file_;
   std::vector<char> buffer_ = std::vector<char>(1 << 16);
+  std::string carry_;
   size_t begin_ = 0;
   size_t end_ = 0;
   long number_ = 0;
@@ -133,6 +146,19 @@ bool is_atom_record(std::string_view line) {
 bool is_number_field(std::string_view field) {
   while (!field.empty() && field.front() == ' ') field.remove_prefix(1);
   while (!field.empty() && field.back() == ' ') field.remove_suffix(1);
+  // The form of nearly every coordinate, [-]digits.digits, is a number
+  // without further ado; anything else is left to from_chars.
+  {
+    size_t i = !field.empty() && field[0] == '-' ? 1 : 0;
+    const auto digits = [&] {
+      const size_t first = i;
+      while (i < field.size() && field[i] >= '0' && field[i] <= '9') ++i;
+      return i > first;
+    };
+    if (digits() && i < field.size() && field[i] == '.' && (++i, digits()) && i == field.size()) {
+      return true;
+    }
+  }
   double value = 0.0;
   const auto [end, ec] = std::from_chars(field.data(), field.data() + field.size(), value);
   return !field.empty() && ec == std::errc() && end == field.data() + field.size();
@@ -170,14 +196,18 @@ class PdbSplitter {
       open = true;
       kept = keep(number);
     };
-    std::string line;
+    std::string_view line;
     while (!ended_ && in_.next(line)) {
       const bool atom = is_atom_record(line);
       if (atom || (open && is_record(line, "TER"))) {
         if (!open) start(last_number_ + 1);
         if (kept) {
           try {
-            chunk.text += atom ? fixed_column_record(line) : line;
+            if (atom) {
+              append_fixed_column_record(line, chunk.text);
+            } else {
+              chunk.text += line;
+            }
           } catch (const InputError& e) {
             throw InputError(std::string(e.what()) + " (model " + std::to_string(chunk.number) +
                              ")");
@@ -210,7 +240,7 @@ class PdbSplitter {
   }
 
  private:
-  int model_number(const std::string& line) const {
+  int model_number(std::string_view line) const {
     std::string_view rest(line);
     rest.remove_prefix(std::min<size_t>(rest.size(), 6));
     while (!rest.empty() && std::isspace(static_cast<unsigned char>(rest.front())))
@@ -231,15 +261,19 @@ class PdbSplitter {
   // layout older programs write: ATOM serial name residue [chain] number x y
   // z [...]; it is rewritten in fixed columns with the same coordinate text
   // (so the numbers read are those of the tokens, bit for bit) and the
-  // element from the name's first letter. Anything else is an error.
-  std::string fixed_column_record(const std::string& line) const {
+  // element from the name's first letter. Anything else is an error. The
+  // record is appended to `text`.
+  void append_fixed_column_record(std::string_view line, std::string& text) const {
     bool fixed = line.size() >= 54;
     for (size_t column = 30; fixed && column < 54; column += 8) {
-      fixed = is_number_field(std::string_view(line).substr(column, 8));
+      fixed = is_number_field(line.substr(column, 8));
     }
-    if (fixed || (line.size() < 54 && !has_tokens(line))) return line;
+    if (fixed || (line.size() < 54 && !has_tokens(line))) {
+      text += line;
+      return;
+    }
     std::vector<std::string> t;
-    std::istringstream fields(line);
+    std::istringstream fields{std::string(line)};
     for (std::string token; fields >> token;) t.push_back(token);
     const auto is_integer = [](const std::string& text) {
       int value = 0;
@@ -281,11 +315,11 @@ class PdbSplitter {
                   t[0].substr(0, 6).c_str(), t[1].substr(0, 5).c_str(),
                   (wide ? name : " " + name).c_str(), t[3].c_str(), chain.c_str(), t[at].c_str(),
                   t[at + 1].c_str(), t[at + 2].c_str(), t[at + 3].c_str(), element.c_str());
-    return record;
+    text += record;
   }
 
-  static bool has_tokens(const std::string& line) {
-    std::istringstream fields(line);
+  static bool has_tokens(std::string_view line) {
+    std::istringstream fields{std::string(line)};
     int count = 0;
     for (std::string token; fields >> token;) ++count;
     return count >= 8;
@@ -308,8 +342,9 @@ std::optional<Format> format_from_content(const std::string& path) {
       "SHEET",  "SSBOND", "LINK",   "CISPEP", "SITE",   "CRYST1", "ORIGX1", "SCALE1", "MTRIX1",
       "MODEL",  "ATOM",   "ANISOU", "TER",    "HETATM", "ENDMDL", "CONECT", "MASTER", "END"};
   LineReader in(path);
-  std::string line;
-  while (in.next(line)) {
+  std::string_view view;
+  while (in.next(view)) {
+    const std::string line(view);
     const size_t first = line.find_first_not_of(" \t");
     if (first == std::string::npos || line[first] == '#') continue;
     std::string start = line.substr(first, 5);

@@ -2,7 +2,12 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <iterator>
 #include <nlohmann/json.hpp>
+#include <string_view>
 
 #include "modern/version.hpp"
 
@@ -35,15 +40,6 @@ json settings_json(const PredictSettings& s) {
   return j;
 }
 
-json tensor_json(const AlignmentTensor& t) {
-  json eigenvectors = json::array();
-  for (const auto& v : t.eigenvectors) eigenvectors.push_back(v);
-  json euler = json::array();
-  for (const auto& e : t.euler_deg) euler.push_back(e);
-  return {{"saupe", t.saupe}, {"eigenvalues", t.eigenvalues}, {"eigenvectors", eigenvectors},
-          {"da_hz", t.da_hz}, {"rhombicity", t.rhombicity},   {"euler_deg", euler}};
-}
-
 json site_json(const CouplingSite& s) {
   return {{"chain", s.chain},
           {"residue", s.residue_number},
@@ -54,21 +50,128 @@ json site_json(const CouplingSite& s) {
           {"atom2", s.atom2}};
 }
 
-json model_json(const ModelPrediction& m) {
-  json couplings = json::array();
-  for (const PredictedCoupling& c : m.couplings) {
-    json j = site_json(c.site);
-    j["predicted_hz"] = c.predicted_hz;
-    j["dmax_hz"] = c.dmax_hz;
-    j["built_hydrogen"] = c.site.built_hydrogen;
-    couplings.push_back(std::move(j));
+// The per-model records are the bulk of a large ensemble's output (tens of
+// kilobytes a model); they are formatted straight into one buffer with fmt
+// instead of being built as a nlohmann document, which costs an allocation
+// per value. The values print as nlohmann prints them where it matters to a
+// reader: strings escaped by nlohmann itself, numbers as the shortest text
+// that reads back to the same double ("3.0" for whole numbers), null for a
+// value that is not finite.
+struct JsonString {
+  std::string_view text;
+};
+struct JsonNumber {
+  double value;
+};
+struct JsonBool {
+  bool value;
+};
+
+}  // namespace
+}  // namespace vorn::modern
+
+template <>
+struct fmt::formatter<vorn::modern::JsonString> {
+  constexpr auto parse(format_parse_context& ctx) { return ctx.begin(); }
+  template <class Context>
+  auto format(const vorn::modern::JsonString& s, Context& ctx) const {
+    // Printable ASCII other than the quote and the backslash stands as it
+    // is; anything else goes through nlohmann's escaping (which also
+    // rejects text that is not UTF-8).
+    const bool plain = std::all_of(s.text.begin(), s.text.end(), [](char c) {
+      return c >= 0x20 && c <= 0x7e && c != '"' && c != '\\';
+    });
+    if (!plain) {
+      const std::string escaped = nlohmann::ordered_json(std::string(s.text)).dump();
+      return std::copy(escaped.begin(), escaped.end(), ctx.out());
+    }
+    auto out = ctx.out();
+    *out++ = '"';
+    out = std::copy(s.text.begin(), s.text.end(), out);
+    *out++ = '"';
+    return out;
   }
-  return {{"model", m.model},
-          {"atoms_read", m.atoms_read},
-          {"atoms_used", m.atoms_used},
-          {"built_hydrogens", m.built_hydrogens},
-          {"tensor", tensor_json(m.tensor)},
-          {"couplings", std::move(couplings)}};
+};
+
+template <>
+struct fmt::formatter<vorn::modern::JsonNumber> {
+  constexpr auto parse(format_parse_context& ctx) { return ctx.begin(); }
+  template <class Context>
+  auto format(const vorn::modern::JsonNumber& n, Context& ctx) const {
+    if (!std::isfinite(n.value)) return fmt::format_to(ctx.out(), "null");
+    char text[64];
+    char* end = fmt::format_to_n(text, sizeof text - 2, "{}", n.value).out;
+    if (std::find_if(text, end, [](char c) { return c == '.' || c == 'e'; }) == end) {
+      *end++ = '.';
+      *end++ = '0';
+    }
+    return std::copy(text, end, ctx.out());
+  }
+};
+
+template <>
+struct fmt::formatter<vorn::modern::JsonBool> {
+  constexpr auto parse(format_parse_context& ctx) { return ctx.begin(); }
+  template <class Context>
+  auto format(const vorn::modern::JsonBool& b, Context& ctx) const {
+    return fmt::format_to(ctx.out(), "{}", b.value ? "true" : "false");
+  }
+};
+
+namespace vorn::modern {
+namespace {
+
+template <std::size_t N>
+void put_array(fmt::memory_buffer& out, const std::array<double, N>& values) {
+  out.push_back('[');
+  for (std::size_t i = 0; i < N; ++i) {
+    fmt::format_to(std::back_inserter(out), "{}{}", i == 0 ? "" : ",", JsonNumber{values[i]});
+  }
+  out.push_back(']');
+}
+
+template <std::size_t N, std::size_t M>
+void put_array(fmt::memory_buffer& out, const std::array<std::array<double, M>, N>& rows) {
+  out.push_back('[');
+  for (std::size_t i = 0; i < N; ++i) {
+    if (i > 0) out.push_back(',');
+    put_array(out, rows[i]);
+  }
+  out.push_back(']');
+}
+
+std::string model_json(const ModelPrediction& m) {
+  fmt::memory_buffer out;
+  auto it = std::back_inserter(out);
+  const AlignmentTensor& t = m.tensor;
+  fmt::format_to(it,
+                 "{{\"model\":{},\"atoms_read\":{},\"atoms_used\":{},\"built_hydrogens\":{},"
+                 "\"tensor\":{{\"saupe\":",
+                 m.model, m.atoms_read, m.atoms_used, m.built_hydrogens);
+  put_array(out, t.saupe);
+  fmt::format_to(it, ",\"eigenvalues\":");
+  put_array(out, t.eigenvalues);
+  fmt::format_to(it, ",\"eigenvectors\":");
+  put_array(out, t.eigenvectors);
+  fmt::format_to(it, ",\"da_hz\":{},\"rhombicity\":{},\"euler_deg\":", JsonNumber{t.da_hz},
+                 JsonNumber{t.rhombicity});
+  put_array(out, t.euler_deg);
+  fmt::format_to(it, "}},\"couplings\":[");
+  bool first = true;
+  for (const PredictedCoupling& c : m.couplings) {
+    const CouplingSite& s = c.site;
+    fmt::format_to(it,
+                   "{}{{\"chain\":{},\"residue\":{},\"icode\":{},\"resname\":{},\"type\":{},"
+                   "\"atom1\":{},\"atom2\":{},\"predicted_hz\":{},\"dmax_hz\":{},"
+                   "\"built_hydrogen\":{}}}",
+                   first ? "" : ",", JsonString{s.chain}, s.residue_number,
+                   JsonString{icode_text(s.insertion_code)}, JsonString{s.residue_name},
+                   JsonString{s.type}, JsonString{s.atom1}, JsonString{s.atom2},
+                   JsonNumber{c.predicted_hz}, JsonNumber{c.dmax_hz}, JsonBool{s.built_hydrogen});
+    first = false;
+  }
+  fmt::format_to(it, "]}}");
+  return fmt::to_string(out);
 }
 
 json ensemble_json(const EnsembleSummary& e) {
@@ -151,7 +254,7 @@ std::string PredictReport::begin_file(const std::string& file, const std::string
 std::string PredictReport::model(const ModelPrediction& p, const std::string& file) const {
   switch (settings_.output_format) {
     case OutputFormat::json:
-      return model_json(p).dump();
+      return model_json(p);
     case OutputFormat::csv: {
       std::string out;
       const std::string prefix = several_ ? csv_field(file) + "," : "";
