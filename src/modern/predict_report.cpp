@@ -122,7 +122,7 @@ namespace vorn::modern {
 namespace {
 
 template <std::size_t N>
-void put_array(fmt::memory_buffer& out, const std::array<double, N>& values) {
+void put_array(std::string& out, const std::array<double, N>& values) {
   out.push_back('[');
   for (std::size_t i = 0; i < N; ++i) {
     fmt::format_to(std::back_inserter(out), "{}{}", i == 0 ? "" : ",", JsonNumber{values[i]});
@@ -131,7 +131,7 @@ void put_array(fmt::memory_buffer& out, const std::array<double, N>& values) {
 }
 
 template <std::size_t N, std::size_t M>
-void put_array(fmt::memory_buffer& out, const std::array<std::array<double, M>, N>& rows) {
+void put_array(std::string& out, const std::array<std::array<double, M>, N>& rows) {
   out.push_back('[');
   for (std::size_t i = 0; i < N; ++i) {
     if (i > 0) out.push_back(',');
@@ -141,7 +141,8 @@ void put_array(fmt::memory_buffer& out, const std::array<std::array<double, M>, 
 }
 
 std::string model_json(const ModelPrediction& m) {
-  fmt::memory_buffer out;
+  std::string out;
+  out.reserve(256 + 192 * m.couplings.size());
   auto it = std::back_inserter(out);
   const AlignmentTensor& t = m.tensor;
   fmt::format_to(it,
@@ -171,7 +172,7 @@ std::string model_json(const ModelPrediction& m) {
     first = false;
   }
   fmt::format_to(it, "]}}");
-  return fmt::to_string(out);
+  return out;
 }
 
 json ensemble_json(const EnsembleSummary& e) {

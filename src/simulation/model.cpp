@@ -4,6 +4,7 @@
 
 #include "simulation/frame.hpp"
 #include "simulation/predict.hpp"
+#include "simulation/predict_fast.hpp"
 
 namespace vorn {
 
@@ -69,6 +70,7 @@ Orientations sample_angles(const Settings& settings, const ClassicLimits& limits
 
 void build_lists(const Settings& settings, Orientations& o, const Log& log) {
   setup_lists(settings, o.count, o.tables, log);
+  detail::fill_frame_axes(o.tables, o.count);
   check_Saupe_uniformity(settings, o.count, o.tables, o.saupe_dev, log);
 }
 

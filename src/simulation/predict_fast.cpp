@@ -281,6 +281,99 @@ float lowest_projection_with(const AtomTree& t, const double x_axis[4], int& hin
   return lowest;
 }
 
+}  // namespace
+
+// Only the interval between two thresholds that holds the minimum matters,
+// so the search asks whether any atom reaches the next threshold below the
+// lowest projection found so far; groups that stay above it are skipped,
+// which prunes more than the search for the exact minimum can.
+int leading_contacts(const AtomTree& t, const double x_axis[4], const float* pot, int positions,
+                     int& hint) {
+  const auto count_at_or_above = [&](float v) {
+    return static_cast<int>(
+        std::partition_point(pot, pot + positions, [v](float p) { return v <= p; }) - pot);
+  };
+  if (!t.ox.empty() || t.nodes() == 0) {
+    return count_at_or_above(lowest_projection_with(t, x_axis, hint));
+  }
+  const double d1 = x_axis[1];
+  const double d2 = x_axis[2];
+  const double d3 = x_axis[3];
+  const double* x = t.x.data();
+  const double* y = t.y.data();
+  const double* z = t.z.data();
+  // The lowest projection of leaf n, computed as lowest_projection_with
+  // computes it.
+  auto leaf_lowest = [&](int n) {
+    const int b0 = t.begin[n];
+    const int count = t.end[n] - b0;
+    float v[kLeafSize];
+    for (int j = 0; j < count; ++j) {
+      v[j] = project(d1, d2, d3, x[b0 + j], y[b0 + j], z[b0 + j]);
+    }
+    float low = std::numeric_limits<float>::infinity();
+    for (int j = 0; j < count; ++j) {
+      low = v[j] < low ? v[j] : low;
+    }
+    return low;
+  };
+  int holder = -1;
+  float lowest = std::numeric_limits<float>::infinity();
+  if (hint >= 0 && hint < t.nodes() && is_leaf(t, hint)) {
+    lowest = leaf_lowest(hint);
+    holder = hint;
+  }
+  int contacts = count_at_or_above(lowest);
+  if (contacts == positions) {
+    hint = holder;
+    return contacts;
+  }
+  // Atoms reaching `target` touch at one more position.
+  double target = pot[contacts];
+  const double norm = std::sqrt(d1 * d1 + d2 * d2 + d3 * d3) * (1.0 + kWiden);
+  auto bound = [&](int n) {
+    return (d1 * t.cx[n] + d2 * t.cy[n] + d3 * t.cz[n]) - (norm * t.reach[n] + t.error[n]);
+  };
+  int pending_group[kMaxDepth];
+  double pending_bound[kMaxDepth];
+  int top = 0;
+  pending_group[top] = 0;
+  pending_bound[top] = bound(0);
+  ++top;
+  while (top > 0) {
+    --top;
+    const int n = pending_group[top];
+    // Every projection of the group is at least its bound.
+    if (!(pending_bound[top] <= target)) continue;
+    if (is_leaf(t, n)) {
+      if (n == holder) continue;
+      const float low = leaf_lowest(n);
+      if (low <= target) {
+        lowest = low;
+        holder = n;
+        contacts = count_at_or_above(lowest);
+        if (contacts == positions) break;
+        target = pot[contacts];
+      }
+      continue;
+    }
+    const int first = n + 1;
+    const int second = t.second[n];
+    const double b1 = bound(first);
+    const double b2 = bound(second);
+    const bool first_lower = b1 <= b2;
+    pending_group[top] = first_lower ? second : first;
+    pending_bound[top] = first_lower ? b2 : b1;
+    pending_group[top + 1] = first_lower ? first : second;
+    pending_bound[top + 1] = first_lower ? b1 : b2;
+    top += 2;
+  }
+  hint = holder;
+  return contacts;
+}
+
+namespace {
+
 // Grid of the cylinder pass with what the bounded test needs.
 struct CylinderGrid {
   int positions = 0;
@@ -315,10 +408,10 @@ class CylinderRows {
   CylinderRows(const AtomTree& atoms, const CylinderGrid& grid, Workspace& w)
       : t_(atoms), g_(grid), w_(w) {}
 
-  void row(const EulerAngle& angle, unsigned char* allowed) {
+  void row(const OrientationTables& tables, int m, unsigned char* allowed) {
     double x_axis[4] = {};
     double y_axis[4] = {};
-    atom_frame_axes(angle, x_axis, y_axis, w_.trig);
+    frame_axes_of(tables, m, x_axis, y_axis, w_.trig);
     d_[0] = x_axis[1];
     d_[1] = x_axis[2];
     d_[2] = x_axis[3];
@@ -705,17 +798,15 @@ PassSums wall_pass_on(const AtomTree& atoms, double radius, double max_obstructi
       t_pts, o_pts, tables, threads, work, [&](Workspace& w, int m, unsigned char* allowed) {
         double x_axis[4] = {};
         double y_axis[4] = {};
-        atom_frame_axes(tables.eulerangle[m], x_axis, y_axis, w.trig);
+        frame_axes_of(tables, m, x_axis, y_axis, w.trig);
         // Some atom is at or below pot_dist[k] exactly when the
         // lowest one is.
-        const float lowest = lowest_projection_with(atoms, x_axis, w.hint);
         if (descending) {
           // Contact holds on a leading part of the grid and
           // the allowed positions are the rest.
-          const float* free =
-              std::partition_point(pot, pot + positions, [lowest](float p) { return lowest <= p; });
-          return RowRun{static_cast<int>(free - pot), positions};
+          return RowRun{leading_contacts(atoms, x_axis, pot, positions, w.hint), positions};
         }
+        const float lowest = lowest_projection_with(atoms, x_axis, w.hint);
         for (int k = 0; k < positions; ++k) {
           allowed[k] = lowest <= pot[k] ? 0 : 1;
         }
@@ -753,7 +844,7 @@ PassSums cylinder_pass_on(const AtomTree& atoms, double radius2, int no_atoms,
   return run_pass(
       no_pt_ph, o_pts, tables, threads, work, [&](Workspace& w, int m, unsigned char* allowed) {
         if (geometry.bounded) {
-          CylinderRows(atoms, geometry, w).row(tables.eulerangle[m], allowed);
+          CylinderRows(atoms, geometry, w).row(tables, m, allowed);
           return single_run(allowed, geometry.positions);
         }
         // A grid or radius outside the bounded test's reach: the
@@ -841,6 +932,34 @@ void atom_frame_axes(const EulerAngle& angle, double x_axis[4], double y_axis[4]
   const double y_axis_xray[4] = {0.0, 0.0, 1.0, 0.0};
   apply_rotation(Dreh_M, x_axis_xray, x_axis);
   apply_rotation(Dreh_M, y_axis_xray, y_axis);
+}
+
+void fill_frame_axes(OrientationTables& tables, int o_pts) {
+  const int count = std::max(o_pts, 0);
+  tables.frame_axes.assign(static_cast<std::size_t>(count) + 1, {});
+  TrigMemo memo;
+  for (int m = 1; m <= count; ++m) {
+    double x_axis[4] = {};
+    double y_axis[4] = {};
+    atom_frame_axes(tables.eulerangle[static_cast<std::size_t>(m)], x_axis, y_axis, memo);
+    tables.frame_axes[static_cast<std::size_t>(m)] = {x_axis[1], x_axis[2], x_axis[3],
+                                                      y_axis[1], y_axis[2], y_axis[3]};
+  }
+}
+
+void frame_axes_of(const OrientationTables& tables, int m, double x_axis[4], double y_axis[4],
+                   TrigMemo& memo) {
+  if (m >= 1 && static_cast<std::size_t>(m) < tables.frame_axes.size()) {
+    const std::array<double, 6>& a = tables.frame_axes[static_cast<std::size_t>(m)];
+    x_axis[1] = a[0];
+    x_axis[2] = a[1];
+    x_axis[3] = a[2];
+    y_axis[1] = a[3];
+    y_axis[2] = a[4];
+    y_axis[3] = a[5];
+    return;
+  }
+  atom_frame_axes(tables.eulerangle[static_cast<std::size_t>(m)], x_axis, y_axis, memo);
 }
 
 AtomTree build_atom_tree(int no_atoms, const std::vector<double>& x, const std::vector<double>& y,

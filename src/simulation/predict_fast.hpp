@@ -66,6 +66,14 @@ void atom_frame_axes(const EulerAngle& angle, double x_axis[4], double y_axis[4]
 // The same, reusing the trigonometry of angles repeated from the last call.
 void atom_frame_axes(const EulerAngle& angle, double x_axis[4], double y_axis[4], TrigMemo& memo);
 
+// Fills tables.frame_axes for orientations 1..o_pts.
+void fill_frame_axes(OrientationTables& tables, int o_pts);
+
+// The frame axes of orientation m: from tables.frame_axes when filled, else
+// computed (the same bits either way).
+void frame_axes_of(const OrientationTables& tables, int m, double x_axis[4], double y_axis[4],
+                   TrigMemo& memo);
+
 // Atoms arranged for the contact tests. Atoms with finite coordinates of
 // moderate size form a binary tree of nested groups (median splits along the
 // longest extent, leaves of a few atoms), each group with a centre, a radius
@@ -91,6 +99,15 @@ AtomTree build_atom_tree(int no_atoms, const std::vector<double>& x, const std::
 // form projects; not-a-number projections are left out, and without any
 // other projection the result is not-a-number (it touches no threshold).
 float lowest_projection(const AtomTree& atoms, const double x_axis[4]);
+
+// The number of leading thresholds of pot[0 .. positions) at or above the
+// lowest projection, for thresholds that never rise and hold no
+// not-a-number: the same as partition_point(pot, pot + positions,
+// [lowest](float p) { return lowest <= p; }) with lowest_projection's
+// value. `hint` names a leaf to look at first (any value is accepted) and
+// receives the one that held the lowest projection found.
+int leading_contacts(const AtomTree& atoms, const double x_axis[4], const float* pot, int positions,
+                     int& hint);
 
 // The two passes in their fast form, with `threads` workers (at least 1).
 // pot_dist receives the wall thresholds as in the direct form.

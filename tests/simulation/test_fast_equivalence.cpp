@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <limits>
 #include <random>
 #include <sstream>
@@ -135,6 +136,14 @@ Sampling random_angles(std::mt19937_64& rng, int n) {
   return r;
 }
 
+// The tables with the frame axes of every orientation stored, as a
+// prediction context keeps them.
+OrientationTables tables_with_frame_axes(const Sampling& smp) {
+  OrientationTables tables = smp.tables;
+  detail::fill_frame_axes(tables, smp.o_pts);
+  return tables;
+}
+
 // Byte for byte, deliberately: -0.0 and 0.0 differ, and so would two NaNs
 // of different payload.
 bool same_bytes(const void* a, const void* b, size_t bytes) {
@@ -164,13 +173,17 @@ PassSums check_wall(const Molecule& mol, double radius, double max_obstruction, 
   PassSums direct =
       detail::wall_pass_direct(radius, max_obstruction, mol.count(), mol.x, mol.y, mol.z, t_pts,
                                smp.o_pts, grid, smp.tables, x_temp, pot_direct);
-  for (const int threads : kThreadCounts) {
-    const PassSums fast =
-        detail::wall_pass_fast(radius, max_obstruction, mol.count(), mol.x, mol.y, mol.z, t_pts,
-                               smp.o_pts, grid, smp.tables, pot_fast, threads);
-    EXPECT_TRUE(same_bits(direct, fast)) << what << ", " << threads << " threads";
-    EXPECT_TRUE(same_bytes(pot_direct.data(), pot_fast.data(), pot_fast.size() * sizeof(float)))
-        << what;
+  const OrientationTables with_axes = tables_with_frame_axes(smp);
+  for (const OrientationTables* tables : {&smp.tables, &with_axes}) {
+    for (const int threads : kThreadCounts) {
+      const PassSums fast =
+          detail::wall_pass_fast(radius, max_obstruction, mol.count(), mol.x, mol.y, mol.z, t_pts,
+                                 smp.o_pts, grid, *tables, pot_fast, threads);
+      EXPECT_TRUE(same_bits(direct, fast))
+          << what << ", " << threads << " threads, stored axes " << (tables == &with_axes);
+      EXPECT_TRUE(same_bytes(pot_direct.data(), pot_fast.data(), pot_fast.size() * sizeof(float)))
+          << what;
+    }
   }
   return direct;
 }
@@ -181,11 +194,15 @@ PassSums check_cylinder(const Molecule& mol, double radius2, int no_pt_ph, const
   PassSums direct =
       detail::cylinder_pass_direct(radius2, mol.count(), mol.x, mol.y, mol.z, no_pt_ph, smp.o_pts,
                                    grid_ph, smp.tables, xt, yt, zt);
-  for (const int threads : kThreadCounts) {
-    const PassSums fast =
-        detail::cylinder_pass_fast(radius2, mol.count(), mol.x, mol.y, mol.z, no_pt_ph, smp.o_pts,
-                                   grid_ph, smp.tables, threads);
-    EXPECT_TRUE(same_bits(direct, fast)) << what << ", " << threads << " threads";
+  const OrientationTables with_axes = tables_with_frame_axes(smp);
+  for (const OrientationTables* tables : {&smp.tables, &with_axes}) {
+    for (const int threads : kThreadCounts) {
+      const PassSums fast =
+          detail::cylinder_pass_fast(radius2, mol.count(), mol.x, mol.y, mol.z, no_pt_ph, smp.o_pts,
+                                     grid_ph, *tables, threads);
+      EXPECT_TRUE(same_bits(direct, fast))
+          << what << ", " << threads << " threads, stored axes " << (tables == &with_axes);
+    }
   }
   return direct;
 }
@@ -199,12 +216,16 @@ void check_simulation(const Settings& s, const Molecule& mol, int t_pts, int no_
   detail::simulate_alignment3_direct(s, s.max_obs_dim, mol.count(), 7, 11, mol.x, mol.y, mol.z,
                                      t_pts, no_pt_ph, smp.o_pts, grid, grid_ph, smp.tables,
                                      smp.saupe_dev, saupe, direct);
-  for (const int threads : kThreadCounts) {
-    double fast[5] = {-1, -2, -3, -4, -5};
-    detail::simulate_alignment3_fast(s, s.max_obs_dim, mol.count(), 7, 11, mol.x, mol.y, mol.z,
-                                     t_pts, no_pt_ph, smp.o_pts, grid, grid_ph, smp.tables,
-                                     smp.saupe_dev, saupe, fast, threads);
-    EXPECT_TRUE(same_bytes(direct, fast, sizeof direct)) << what << ", " << threads << " threads";
+  const OrientationTables with_axes = tables_with_frame_axes(smp);
+  for (const OrientationTables* tables : {&smp.tables, &with_axes}) {
+    for (const int threads : kThreadCounts) {
+      double fast[5] = {-1, -2, -3, -4, -5};
+      detail::simulate_alignment3_fast(s, s.max_obs_dim, mol.count(), 7, 11, mol.x, mol.y, mol.z,
+                                       t_pts, no_pt_ph, smp.o_pts, grid, grid_ph, *tables,
+                                       smp.saupe_dev, saupe, fast, threads);
+      EXPECT_TRUE(same_bytes(direct, fast, sizeof direct))
+          << what << ", " << threads << " threads, stored axes " << (tables == &with_axes);
+    }
   }
   // The public entry takes the fast form and the thread count from the
   // environment.
@@ -711,6 +732,114 @@ TEST(FastHelpers, LowestProjectionIsTheMinimumOfTheDirectProjections) {
   inf_mol.add(kNaN, 0.0, 0.0);
   const detail::AtomTree inf_tree = detail::build_atom_tree(2, inf_mol.x, inf_mol.y, inf_mol.z);
   EXPECT_EQ(detail::lowest_projection(inf_tree, axis), std::numeric_limits<float>::infinity());
+}
+
+TEST(FastHelpers, StoredFrameAxesAreTheComputedOnes) {
+  std::mt19937_64 rng(43);
+  const Sampling smp = random_angles(rng, 300);
+  const OrientationTables tables = tables_with_frame_axes(smp);
+  ASSERT_EQ(tables.frame_axes.size(), static_cast<std::size_t>(smp.o_pts) + 1);
+  TrigMemo memo;
+  for (int m = 1; m <= smp.o_pts; ++m) {
+    double x_axis[4] = {}, y_axis[4] = {};
+    detail::atom_frame_axes(smp.tables.eulerangle[m], x_axis, y_axis);
+    double x_stored[4] = {}, y_stored[4] = {};
+    detail::frame_axes_of(tables, m, x_stored, y_stored, memo);
+    EXPECT_TRUE(same_bytes(x_axis + 1, x_stored + 1, 3 * sizeof(double))) << m;
+    EXPECT_TRUE(same_bytes(y_axis + 1, y_stored + 1, 3 * sizeof(double))) << m;
+    // Without stored axes they are computed.
+    double x_computed[4] = {}, y_computed[4] = {};
+    detail::frame_axes_of(smp.tables, m, x_computed, y_computed, memo);
+    EXPECT_TRUE(same_bytes(x_axis + 1, x_computed + 1, 3 * sizeof(double))) << m;
+    EXPECT_TRUE(same_bytes(y_axis + 1, y_computed + 1, 3 * sizeof(double))) << m;
+  }
+}
+
+// partition_point over the thresholds with the exact lowest projection: what
+// leading_contacts must give.
+int contacts_by_minimum(const detail::AtomTree& t, const double x_axis[4],
+                        const std::vector<float>& pot) {
+  const float lowest = detail::lowest_projection(t, x_axis);
+  return static_cast<int>(
+      std::partition_point(pot.begin(), pot.end(), [lowest](float p) { return lowest <= p; }) -
+      pot.begin());
+}
+
+TEST(FastHelpers, LeadingContactsCountTheThresholdsAtOrAboveTheLowestProjection) {
+  std::mt19937_64 rng(47);
+  const Sampling smp = random_angles(rng, 400);
+  std::uniform_real_distribution<double> u(0.0, 1.0);
+  for (const int atoms : {1, 7, 16, 17, 300, 602}) {
+    Molecule mol = random_molecule(rng, atoms, 18, 14, 11);
+    const detail::AtomTree t = detail::build_atom_tree(mol.count(), mol.x, mol.y, mol.z);
+    int carried = -1;  // the hint handed on from orientation to orientation
+    int checked = 0, inside = 0;
+    for (int m = 1; m <= smp.o_pts; ++m) {
+      double x_axis[4] = {}, y_axis[4] = {};
+      detail::atom_frame_axes(smp.tables.eulerangle[m], x_axis, y_axis);
+      const float lowest = detail::lowest_projection(t, x_axis);
+      // Thresholds falling by a spacing from above the molecule to below
+      // it, some of them the lowest projection itself or its neighbours in
+      // single precision, some repeated.
+      std::vector<float> pot;
+      const double spacing = 0.05 + 0.6 * u(rng);
+      for (double p = 25.0; p > -25.0; p -= spacing) pot.push_back(static_cast<float>(p));
+      const std::size_t at = static_cast<std::size_t>(u(rng) * pot.size());
+      switch (m % 4) {
+        case 0:
+          pot.insert(pot.begin() + static_cast<std::ptrdiff_t>(at), 1, lowest);
+          break;
+        case 1:
+          pot.insert(pot.begin() + static_cast<std::ptrdiff_t>(at),
+                     {std::nextafter(lowest, 1e9F), lowest, lowest, std::nextafter(lowest, -1e9F)});
+          break;
+        default:
+          break;
+      }
+      std::sort(pot.begin(), pot.end(), std::greater<>());
+      const int expected = contacts_by_minimum(t, x_axis, pot);
+      const int positions = static_cast<int>(pot.size());
+      int fresh = -1;
+      EXPECT_EQ(detail::leading_contacts(t, x_axis, pot.data(), positions, fresh), expected)
+          << atoms << " atoms, orientation " << m;
+      EXPECT_EQ(detail::leading_contacts(t, x_axis, pot.data(), positions, carried), expected)
+          << atoms << " atoms, orientation " << m << " (carried hint)";
+      int odd = static_cast<int>(u(rng) * (t.nodes() + 4)) - 2;  // any node, or none
+      EXPECT_EQ(detail::leading_contacts(t, x_axis, pot.data(), positions, odd), expected)
+          << atoms << " atoms, orientation " << m << " (hint " << odd << ")";
+      // Fewer thresholds, all above or all below the molecule, and none.
+      for (const int first : {0, 1, positions / 2, positions - 1}) {
+        const std::vector<float> part(pot.begin() + first, pot.end());
+        int h = carried;
+        EXPECT_EQ(
+            detail::leading_contacts(t, x_axis, part.data(), static_cast<int>(part.size()), h),
+            contacts_by_minimum(t, x_axis, part));
+      }
+      checked += 1;
+      inside += expected > 0 && expected < positions ? 1 : 0;
+    }
+    EXPECT_EQ(checked, smp.o_pts);
+    EXPECT_GT(inside, smp.o_pts / 2) << "the thresholds should mostly cut the molecule";
+  }
+  // Atoms kept out of the tree (not-a-number, huge): the minimum decides.
+  Molecule odd = random_molecule(rng, 50, 10, 10, 10);
+  odd.add(kNaN, 0.0, 0.0);
+  odd.add(3.0e7, 1.0, 1.0);
+  const detail::AtomTree t = detail::build_atom_tree(odd.count(), odd.x, odd.y, odd.z);
+  std::vector<float> pot;
+  for (double p = 4.0e7; p > -4.0e7; p -= 1.0e6) pot.push_back(static_cast<float>(p));
+  for (int m = 1; m <= 50; ++m) {
+    double x_axis[4] = {}, y_axis[4] = {};
+    detail::atom_frame_axes(smp.tables.eulerangle[m], x_axis, y_axis);
+    int h = -1;
+    EXPECT_EQ(detail::leading_contacts(t, x_axis, pot.data(), static_cast<int>(pot.size()), h),
+              contacts_by_minimum(t, x_axis, pot));
+  }
+  // No atoms: nothing touches.
+  const detail::AtomTree empty = detail::build_atom_tree(0, odd.x, odd.y, odd.z);
+  const double axis[4] = {0, 1, 0, 0};
+  int h = 3;
+  EXPECT_EQ(detail::leading_contacts(empty, axis, pot.data(), static_cast<int>(pot.size()), h), 0);
 }
 
 TEST(FastHelpers, ThreadCountFromTheEnvironment) {
