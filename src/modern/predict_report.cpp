@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cmath>
 #include <iterator>
 #include <nlohmann/json.hpp>
@@ -51,128 +52,114 @@ json site_json(const CouplingSite& s) {
 }
 
 // The per-model records are the bulk of a large ensemble's output (tens of
-// kilobytes a model); they are formatted straight into one buffer with fmt
-// instead of being built as a nlohmann document, which costs an allocation
-// per value. The values print as nlohmann prints them where it matters to a
-// reader: strings escaped by nlohmann itself, numbers as the shortest text
-// that reads back to the same double ("3.0" for whole numbers), null for a
+// kilobytes a model, formatted on the worker threads); they are appended
+// straight to one string instead of being built as a nlohmann document,
+// which costs an allocation per value. The values print as nlohmann prints
+// them where it matters to a reader: strings escaped by nlohmann itself,
+// numbers as the shortest text that reads back to the same double
+// (std::to_chars), with a fraction on whole numbers ("3.0"), null for a
 // value that is not finite.
-struct JsonString {
-  std::string_view text;
-};
-struct JsonNumber {
-  double value;
-};
-struct JsonBool {
-  bool value;
-};
+class JsonLine {
+ public:
+  explicit JsonLine(std::size_t reserve) { text_.reserve(reserve); }
 
-}  // namespace
-}  // namespace vorn::modern
+  JsonLine& raw(std::string_view text) {
+    text_ += text;
+    return *this;
+  }
 
-template <>
-struct fmt::formatter<vorn::modern::JsonString> {
-  constexpr auto parse(format_parse_context& ctx) { return ctx.begin(); }
-  template <class Context>
-  auto format(const vorn::modern::JsonString& s, Context& ctx) const {
+  JsonLine& string(std::string_view s) {
     // Printable ASCII other than the quote and the backslash stands as it
     // is; anything else goes through nlohmann's escaping (which also
     // rejects text that is not UTF-8).
-    const bool plain = std::all_of(s.text.begin(), s.text.end(), [](char c) {
-      return c >= 0x20 && c <= 0x7e && c != '"' && c != '\\';
-    });
-    if (!plain) {
-      const std::string escaped = nlohmann::ordered_json(std::string(s.text)).dump();
-      return std::copy(escaped.begin(), escaped.end(), ctx.out());
-    }
-    auto out = ctx.out();
-    *out++ = '"';
-    out = std::copy(s.text.begin(), s.text.end(), out);
-    *out++ = '"';
-    return out;
+    const bool plain = std::all_of(
+        s.begin(), s.end(), [](char c) { return c >= 0x20 && c <= 0x7e && c != '"' && c != '\\'; });
+    if (!plain) return raw(nlohmann::ordered_json(std::string(s)).dump());
+    text_ += '"';
+    text_ += s;
+    text_ += '"';
+    return *this;
   }
-};
 
-template <>
-struct fmt::formatter<vorn::modern::JsonNumber> {
-  constexpr auto parse(format_parse_context& ctx) { return ctx.begin(); }
-  template <class Context>
-  auto format(const vorn::modern::JsonNumber& n, Context& ctx) const {
-    if (!std::isfinite(n.value)) return fmt::format_to(ctx.out(), "null");
-    char text[64];
-    char* end = fmt::format_to_n(text, sizeof text - 2, "{}", n.value).out;
-    if (std::find_if(text, end, [](char c) { return c == '.' || c == 'e'; }) == end) {
+  JsonLine& number(double v) {
+    if (!std::isfinite(v)) return raw("null");
+    char digits[64];
+    char* end = std::to_chars(digits, digits + sizeof digits - 2, v).ptr;
+    if (std::find_if(digits, end, [](char c) { return c == '.' || c == 'e'; }) == end) {
       *end++ = '.';
       *end++ = '0';
     }
-    return std::copy(text, end, ctx.out());
+    text_.append(digits, end);
+    return *this;
   }
+
+  JsonLine& integer(long v) {
+    char digits[24];
+    text_.append(digits, std::to_chars(digits, digits + sizeof digits, v).ptr);
+    return *this;
+  }
+
+  JsonLine& boolean(bool v) { return raw(v ? "true" : "false"); }
+
+  template <std::size_t N>
+  JsonLine& numbers(const std::array<double, N>& values) {
+    text_ += '[';
+    for (std::size_t i = 0; i < N; ++i) {
+      if (i > 0) text_ += ',';
+      number(values[i]);
+    }
+    text_ += ']';
+    return *this;
+  }
+
+  template <std::size_t N, std::size_t M>
+  JsonLine& numbers(const std::array<std::array<double, M>, N>& rows) {
+    text_ += '[';
+    for (std::size_t i = 0; i < N; ++i) {
+      if (i > 0) text_ += ',';
+      numbers(rows[i]);
+    }
+    text_ += ']';
+    return *this;
+  }
+
+  std::string take() { return std::move(text_); }
+
+ private:
+  std::string text_;
 };
-
-template <>
-struct fmt::formatter<vorn::modern::JsonBool> {
-  constexpr auto parse(format_parse_context& ctx) { return ctx.begin(); }
-  template <class Context>
-  auto format(const vorn::modern::JsonBool& b, Context& ctx) const {
-    return fmt::format_to(ctx.out(), "{}", b.value ? "true" : "false");
-  }
-};
-
-namespace vorn::modern {
-namespace {
-
-template <std::size_t N>
-void put_array(std::string& out, const std::array<double, N>& values) {
-  out.push_back('[');
-  for (std::size_t i = 0; i < N; ++i) {
-    fmt::format_to(std::back_inserter(out), "{}{}", i == 0 ? "" : ",", JsonNumber{values[i]});
-  }
-  out.push_back(']');
-}
-
-template <std::size_t N, std::size_t M>
-void put_array(std::string& out, const std::array<std::array<double, M>, N>& rows) {
-  out.push_back('[');
-  for (std::size_t i = 0; i < N; ++i) {
-    if (i > 0) out.push_back(',');
-    put_array(out, rows[i]);
-  }
-  out.push_back(']');
-}
 
 std::string model_json(const ModelPrediction& m) {
-  std::string out;
-  out.reserve(256 + 192 * m.couplings.size());
-  auto it = std::back_inserter(out);
+  JsonLine out(256 + 224 * m.couplings.size());
   const AlignmentTensor& t = m.tensor;
-  fmt::format_to(it,
-                 "{{\"model\":{},\"atoms_read\":{},\"atoms_used\":{},\"built_hydrogens\":{},"
-                 "\"tensor\":{{\"saupe\":",
-                 m.model, m.atoms_read, m.atoms_used, m.built_hydrogens);
-  put_array(out, t.saupe);
-  fmt::format_to(it, ",\"eigenvalues\":");
-  put_array(out, t.eigenvalues);
-  fmt::format_to(it, ",\"eigenvectors\":");
-  put_array(out, t.eigenvectors);
-  fmt::format_to(it, ",\"da_hz\":{},\"rhombicity\":{},\"euler_deg\":", JsonNumber{t.da_hz},
-                 JsonNumber{t.rhombicity});
-  put_array(out, t.euler_deg);
-  fmt::format_to(it, "}},\"couplings\":[");
+  out.raw("{\"model\":").integer(m.model);
+  out.raw(",\"atoms_read\":").integer(m.atoms_read);
+  out.raw(",\"atoms_used\":").integer(m.atoms_used);
+  out.raw(",\"built_hydrogens\":").integer(m.built_hydrogens);
+  out.raw(",\"tensor\":{\"saupe\":").numbers(t.saupe);
+  out.raw(",\"eigenvalues\":").numbers(t.eigenvalues);
+  out.raw(",\"eigenvectors\":").numbers(t.eigenvectors);
+  out.raw(",\"da_hz\":").number(t.da_hz);
+  out.raw(",\"rhombicity\":").number(t.rhombicity);
+  out.raw(",\"euler_deg\":").numbers(t.euler_deg);
+  out.raw("},\"couplings\":[");
   bool first = true;
   for (const PredictedCoupling& c : m.couplings) {
     const CouplingSite& s = c.site;
-    fmt::format_to(it,
-                   "{}{{\"chain\":{},\"residue\":{},\"icode\":{},\"resname\":{},\"type\":{},"
-                   "\"atom1\":{},\"atom2\":{},\"predicted_hz\":{},\"dmax_hz\":{},"
-                   "\"built_hydrogen\":{}}}",
-                   first ? "" : ",", JsonString{s.chain}, s.residue_number,
-                   JsonString{icode_text(s.insertion_code)}, JsonString{s.residue_name},
-                   JsonString{s.type}, JsonString{s.atom1}, JsonString{s.atom2},
-                   JsonNumber{c.predicted_hz}, JsonNumber{c.dmax_hz}, JsonBool{s.built_hydrogen});
+    out.raw(first ? "{\"chain\":" : ",{\"chain\":").string(s.chain);
+    out.raw(",\"residue\":").integer(s.residue_number);
+    out.raw(",\"icode\":").string(icode_text(s.insertion_code));
+    out.raw(",\"resname\":").string(s.residue_name);
+    out.raw(",\"type\":").string(s.type);
+    out.raw(",\"atom1\":").string(s.atom1);
+    out.raw(",\"atom2\":").string(s.atom2);
+    out.raw(",\"predicted_hz\":").number(c.predicted_hz);
+    out.raw(",\"dmax_hz\":").number(c.dmax_hz);
+    out.raw(",\"built_hydrogen\":").boolean(s.built_hydrogen).raw("}");
     first = false;
   }
-  fmt::format_to(it, "]}}");
-  return out;
+  out.raw("]}");
+  return out.take();
 }
 
 json ensemble_json(const EnsembleSummary& e) {

@@ -6,6 +6,7 @@
 #include <cfloat>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -17,6 +18,10 @@
 #include <utility>
 
 #include "core/fatal.hpp"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace vorn::detail {
 
@@ -139,6 +144,12 @@ int build_group(std::vector<int>& idx, int lo, int hi, const std::vector<double>
   // the centre's own projection and the arithmetic of the bounds.
   t.error.push_back(size * 0x1p-20 + 1.0e-12);
   if (hi - lo <= kLeafSize) {
+    t.leaf.push_back(n);
+    t.leaf_cx.push_back(cx);
+    t.leaf_cy.push_back(cy);
+    t.leaf_cz.push_back(cz);
+    t.leaf_reach.push_back(t.reach.back());
+    t.leaf_error.push_back(t.error.back());
     return n;
   }
   int axis = 0;
@@ -285,8 +296,11 @@ float lowest_projection_with(const AtomTree& t, const double x_axis[4], int& hin
 
 // Only the interval between two thresholds that holds the minimum matters,
 // so the search asks whether any atom reaches the next threshold below the
-// lowest projection found so far; groups that stay above it are skipped,
-// which prunes more than the search for the exact minimum can.
+// lowest projection found so far; a leaf whose bound stays above it is
+// skipped, which prunes more than the search for the exact minimum can.
+// With that target the leaves worth a scan are few, and a pass over the
+// bounds of all leaves (a loop the compiler vectorises) finds them faster
+// than a walk down the tree.
 int leading_contacts(const AtomTree& t, const double x_axis[4], const float* pot, int positions,
                      int& hint) {
   const auto count_at_or_above = [&](float v) {
@@ -302,8 +316,8 @@ int leading_contacts(const AtomTree& t, const double x_axis[4], const float* pot
   const double* x = t.x.data();
   const double* y = t.y.data();
   const double* z = t.z.data();
-  // The lowest projection of leaf n, computed as lowest_projection_with
-  // computes it.
+  // The lowest projection of leaf group n, computed as
+  // lowest_projection_with computes it.
   auto leaf_lowest = [&](int n) {
     const int b0 = t.begin[n];
     const int count = t.end[n] - b0;
@@ -324,49 +338,61 @@ int leading_contacts(const AtomTree& t, const double x_axis[4], const float* pot
     holder = hint;
   }
   int contacts = count_at_or_above(lowest);
-  if (contacts == positions) {
-    hint = holder;
-    return contacts;
-  }
   // Atoms reaching `target` touch at one more position.
-  double target = pot[contacts];
+  double target = contacts < positions ? pot[contacts] : 0.0;
+  // Every projection of a leaf is at least its centre's projection less
+  // |axis| * reach (Cauchy-Schwarz) less the single-precision rounding.
   const double norm = std::sqrt(d1 * d1 + d2 * d2 + d3 * d3) * (1.0 + kWiden);
-  auto bound = [&](int n) {
-    return (d1 * t.cx[n] + d2 * t.cy[n] + d3 * t.cz[n]) - (norm * t.reach[n] + t.error[n]);
-  };
-  int pending_group[kMaxDepth];
-  double pending_bound[kMaxDepth];
-  int top = 0;
-  pending_group[top] = 0;
-  pending_bound[top] = bound(0);
-  ++top;
-  while (top > 0) {
-    --top;
-    const int n = pending_group[top];
-    // Every projection of the group is at least its bound.
-    if (!(pending_bound[top] <= target)) continue;
-    if (is_leaf(t, n)) {
+  // Leaves in blocks of 64: the bounds of a block at once, a mask of the
+  // leaves that may reach the target, then those leaves alone. The target
+  // only falls, so a leaf left out by the mask stays out.
+  constexpr int kBlock = 64;
+  alignas(16) double bound[kBlock];
+  const int leaves = static_cast<int>(t.leaf.size());
+  for (int l0 = 0; l0 < leaves && contacts < positions; l0 += kBlock) {
+    const int count = std::min(kBlock, leaves - l0);
+    const double* cx = t.leaf_cx.data() + l0;
+    const double* cy = t.leaf_cy.data() + l0;
+    const double* cz = t.leaf_cz.data() + l0;
+    const double* reach = t.leaf_reach.data() + l0;
+    const double* error = t.leaf_error.data() + l0;
+    std::uint64_t candidates = 0;
+#if defined(__SSE2__)
+    // The leaf arrays hold an even number of entries (see build_atom_tree).
+    const __m128d vd1 = _mm_set1_pd(d1), vd2 = _mm_set1_pd(d2), vd3 = _mm_set1_pd(d3);
+    const __m128d vnorm = _mm_set1_pd(norm), vtarget = _mm_set1_pd(target);
+    for (int j = 0; j < count; j += 2) {
+      const __m128d centre = _mm_add_pd(
+          _mm_add_pd(_mm_mul_pd(vd1, _mm_loadu_pd(cx + j)), _mm_mul_pd(vd2, _mm_loadu_pd(cy + j))),
+          _mm_mul_pd(vd3, _mm_loadu_pd(cz + j)));
+      const __m128d b = _mm_sub_pd(
+          centre, _mm_add_pd(_mm_mul_pd(vnorm, _mm_loadu_pd(reach + j)), _mm_loadu_pd(error + j)));
+      _mm_store_pd(bound + j, b);
+      candidates |= static_cast<std::uint64_t>(_mm_movemask_pd(_mm_cmple_pd(b, vtarget))) << j;
+    }
+    if (count < kBlock) candidates &= (std::uint64_t{1} << count) - 1;
+#else
+    for (int j = 0; j < count; ++j) {
+      bound[j] = (d1 * cx[j] + d2 * cy[j] + d3 * cz[j]) - (norm * reach[j] + error[j]);
+      candidates |= static_cast<std::uint64_t>(bound[j] <= target) << j;
+    }
+#endif
+    while (candidates != 0) {
+      const int j = __builtin_ctzll(candidates);
+      candidates &= candidates - 1;
+      if (!(bound[j] <= target)) continue;
+      const int n = t.leaf[static_cast<std::size_t>(l0 + j)];
       if (n == holder) continue;
       const float low = leaf_lowest(n);
       if (low <= target) {
         lowest = low;
         holder = n;
-        contacts = count_at_or_above(lowest);
+        // The minimum fell: the count grows from where it stood.
+        while (contacts < positions && lowest <= pot[contacts]) ++contacts;
         if (contacts == positions) break;
         target = pot[contacts];
       }
-      continue;
     }
-    const int first = n + 1;
-    const int second = t.second[n];
-    const double b1 = bound(first);
-    const double b2 = bound(second);
-    const bool first_lower = b1 <= b2;
-    pending_group[top] = first_lower ? second : first;
-    pending_bound[top] = first_lower ? b2 : b1;
-    pending_group[top + 1] = first_lower ? first : second;
-    pending_bound[top + 1] = first_lower ? b1 : b2;
-    top += 2;
   }
   hint = holder;
   return contacts;
@@ -977,6 +1003,13 @@ AtomTree build_atom_tree(int no_atoms, const std::vector<double>& x, const std::
   }
   if (idx.empty()) return t;
   build_group(idx, 0, static_cast<int>(idx.size()), x, y, z, t);
+  // The leaf arrays padded to an even length for pairwise loads.
+  if (t.leaf.size() % 2 != 0) {
+    for (std::vector<double>* v :
+         {&t.leaf_cx, &t.leaf_cy, &t.leaf_cz, &t.leaf_reach, &t.leaf_error}) {
+      v->push_back(0.0);
+    }
+  }
   t.x.reserve(idx.size());
   t.y.reserve(idx.size());
   t.z.reserve(idx.size());

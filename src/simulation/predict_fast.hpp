@@ -88,6 +88,10 @@ struct AtomTree {
   std::vector<double> reach;       // at least the distance of any of its atoms from the centre
   std::vector<double> error;       // at least the rounding of any of its projections
   std::vector<double> ox, oy, oz;  // atoms tested without a bound
+  // The leaf groups in tree order, with their centres and bounds (these
+  // five arrays padded with zeros to an even length).
+  std::vector<int> leaf;
+  std::vector<double> leaf_cx, leaf_cy, leaf_cz, leaf_reach, leaf_error;
   int nodes() const { return static_cast<int>(cx.size()); }
 };
 
