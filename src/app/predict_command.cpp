@@ -129,10 +129,15 @@ std::string predict_stream(
   // busy, few enough that memory does not grow with the file.
   const long window = 4L * workers;
 
+  // The reading thread only cuts the models from the file; the workers parse
+  // them (the larger part of reading), predict and format, so that all of
+  // the work but the cutting spreads over the workers.
   std::mutex mutex;
-  std::condition_variable changed;
-  std::map<long, Slot> slots;  // models read and not yet emitted, by order in the file
-  std::deque<std::pair<long, Model>> jobs;
+  std::condition_variable room;   // the reader waits for space in the window
+  std::condition_variable work;   // workers wait for a model
+  std::condition_variable ready;  // this thread waits for the next model in order
+  std::map<long, Slot> slots;     // models read and not yet emitted, by order in the file
+  std::deque<std::pair<long, UnparsedModel>> jobs;
   long next_emit = 0;
   long read_count = 0;
   bool reading_done = false;
@@ -144,16 +149,16 @@ std::string predict_stream(
       for (;;) {
         {
           std::unique_lock lock(mutex);
-          changed.wait(lock, [&] { return stop || read_count - next_emit < window; });
+          room.wait(lock, [&] { return stop || read_count - next_emit < window; });
           if (stop) break;
         }
-        Model model;
-        if (!reader.next(model)) break;
+        UnparsedModel model;
+        if (!reader.next_unparsed(model)) break;
         std::lock_guard lock(mutex);
         slots[read_count];
         jobs.emplace_back(read_count, std::move(model));
         ++read_count;
-        changed.notify_all();
+        work.notify_one();
       }
     } catch (...) {
       std::lock_guard lock(mutex);
@@ -161,7 +166,8 @@ std::string predict_stream(
     }
     std::lock_guard lock(mutex);
     reading_done = true;
-    changed.notify_all();
+    work.notify_all();
+    ready.notify_one();
   });
 
   std::vector<std::thread> pool;
@@ -169,38 +175,40 @@ std::string predict_stream(
   for (int w = 0; w < workers; ++w) {
     pool.emplace_back([&] {
       for (;;) {
-        std::pair<long, Model> job;
+        std::pair<long, UnparsedModel> job;
         {
           std::unique_lock lock(mutex);
-          changed.wait(lock, [&] { return stop || !jobs.empty() || reading_done; });
+          work.wait(lock, [&] { return stop || !jobs.empty() || reading_done; });
           if (stop || (jobs.empty() && reading_done)) return;
           job = std::move(jobs.front());
           jobs.pop_front();
         }
         Slot done;
         try {
-          done.prediction = predict_model(job.second, settings, context, threads, path);
+          const Model model = reader.parse(std::move(job.second));
+          done.prediction = predict_model(model, settings, context, threads, path);
           if (format) done.text = format(done.prediction);
         } catch (...) {
           done.error = std::current_exception();
         }
         done.ready = true;
         std::lock_guard lock(mutex);
+        const bool next = job.first == next_emit;
         slots[job.first] = std::move(done);
-        changed.notify_all();
+        if (next) ready.notify_one();
       }
     });
   }
 
   // Emit in file order on this thread; the first failure (a model that
-  // cannot be predicted, or the reader's) ends the stream after every
-  // earlier model was emitted.
+  // cannot be parsed or predicted, or the reader's) ends the stream after
+  // every earlier model was emitted.
   std::exception_ptr failure;
   for (;;) {
     Slot slot;
     {
       std::unique_lock lock(mutex);
-      changed.wait(lock, [&] {
+      ready.wait(lock, [&] {
         const auto it = slots.find(next_emit);
         return (it != slots.end() && it->second.ready) || (reading_done && next_emit == read_count);
       });
@@ -224,12 +232,13 @@ std::string predict_stream(
     }
     std::lock_guard lock(mutex);
     ++next_emit;
-    changed.notify_all();
+    room.notify_one();
   }
   {
     std::lock_guard lock(mutex);
     stop = true;
-    changed.notify_all();
+    room.notify_all();
+    work.notify_all();
   }
   reading.join();
   for (std::thread& t : pool) t.join();
@@ -242,8 +251,20 @@ void EnsembleAccumulator::add(const ModelPrediction& m) {
   ++models_;
   da_.add(m.tensor.da_hz);
   rhombicity_.add(m.tensor.rhombicity);
-  for (const PredictedCoupling& c : m.couplings) {
+  for (std::size_t i = 0; i < m.couplings.size(); ++i) {
+    const PredictedCoupling& c = m.couplings[i];
     const CouplingSite& s = c.site;
+    // The models of an ensemble list the same sites in the same order: the
+    // i-th site is usually the i-th one met before, found without a lookup.
+    if (i < sites_.size()) {
+      const CouplingSite& known = sites_[i];
+      if (known.residue_number == s.residue_number && known.insertion_code == s.insertion_code &&
+          known.chain == s.chain && known.type == s.type && known.atom1 == s.atom1 &&
+          known.atom2 == s.atom2) {
+        values_[i].add(c.predicted_hz);
+        continue;
+      }
+    }
     const Key key{s.chain, s.residue_number, s.insertion_code, s.type, s.atom1, s.atom2};
     auto [it, added] = index_.try_emplace(key, sites_.size());
     if (added) {

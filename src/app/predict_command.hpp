@@ -26,6 +26,7 @@ using io::parse_format;
 using io::parse_model_list;
 using io::ReadOptions;
 using io::StructureReader;
+using io::UnparsedModel;
 
 enum class Selection { surface, heavy, all };
 enum class OutputFormat { text, json, csv };

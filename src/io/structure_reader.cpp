@@ -436,7 +436,7 @@ struct StructureReader::Impl {
     pdb.emplace(path);
   }
 
-  bool next_pdb(Model& out) {
+  bool next_pdb(UnparsedModel& out) {
     // Only the models handed out keep their records; the splitter skips the
     // others line by line.
     const auto keep = [this](int number) { return wanted(number) && next_is_ours(); };
@@ -449,15 +449,14 @@ struct StructureReader::Impl {
       if (ours) break;
     }
     out.number = chunk.number;
-    try {
-      out.atoms = to_atoms(converter->pdb_model(chunk.text, chunk.lines, chunk.number));
-    } catch (const InputError& e) {
-      throw InputError(std::string(e.what()) + " (model " + std::to_string(chunk.number) + ")");
-    }
+    out.parsed = false;
+    out.atoms.clear();
+    std::swap(out.records, chunk.text);
+    std::swap(out.lines, chunk.lines);
     return true;
   }
 
-  bool next_mmcif(Model& out) {
+  bool next_mmcif(UnparsedModel& out) {
     while (cif_next < cif_numbers.size()) {
       const size_t index = cif_next++;
       if (!wanted(cif_numbers[index])) continue;
@@ -466,6 +465,9 @@ struct StructureReader::Impl {
       ++position;
       if (!ours) continue;  // not converted
       out.number = cif_numbers[index];
+      out.parsed = true;
+      out.records.clear();
+      out.lines.clear();
       out.atoms = to_atoms(converter->mmcif_model(index));
       return true;
     }
@@ -520,6 +522,30 @@ StructureReader::StructureReader(StructureReader&&) noexcept = default;
 StructureReader& StructureReader::operator=(StructureReader&&) noexcept = default;
 
 bool StructureReader::next(Model& model) {
+  UnparsedModel unparsed;
+  if (!next_unparsed(unparsed)) return false;
+  model = parse(std::move(unparsed));
+  return true;
+}
+
+Model StructureReader::parse(UnparsedModel&& unparsed) const {
+  Model model;
+  model.number = unparsed.number;
+  if (unparsed.parsed) {
+    model.atoms = std::move(unparsed.atoms);
+    return model;
+  }
+  const Impl& d = *impl_;
+  try {
+    model.atoms =
+        Impl::to_atoms(d.converter->pdb_model(unparsed.records, unparsed.lines, unparsed.number));
+  } catch (const InputError& e) {
+    throw InputError(std::string(e.what()) + " (model " + std::to_string(unparsed.number) + ")");
+  }
+  return model;
+}
+
+bool StructureReader::next_unparsed(UnparsedModel& model) {
   Impl& d = *impl_;
   const bool got = d.format == Format::Pdb ? d.next_pdb(model) : d.next_mmcif(model);
   if (!got && !d.any_selected) {

@@ -46,6 +46,17 @@ struct Model {
   std::vector<vorn::Atom> atoms;
 };
 
+// A model cut from its file but not yet parsed (see StructureReader::
+// next_unparsed): the records of a PDB model, or the atoms of an mmCIF
+// model (its document is parsed whole when the file is opened).
+struct UnparsedModel {
+  int number = 0;
+  std::string records;            // PDB: ATOM, HETATM and TER records, one a line
+  std::vector<long> lines;        // PDB: the file line of each record
+  std::vector<vorn::Atom> atoms;  // mmCIF: the atoms, already read
+  bool parsed = false;            // true for mmCIF
+};
+
 // "1,3-5" -> {1, 3, 4, 5}. Numbers are positive, ranges ascending, and no
 // number may appear twice. Throws InputError.
 std::vector<int> parse_model_list(const std::string& text);
@@ -77,6 +88,15 @@ class StructureReader {
 
   // Fills `model` with the next selected model; false after the last one.
   bool next(Model& model);
+
+  // next() in two halves, so that the models of a stream can be parsed on
+  // several threads while one thread reads the file: next_unparsed() cuts
+  // the next selected model from the file (errors of the file's layout are
+  // thrown here), and parse() turns it into atoms by the reading rules
+  // (errors of its records are thrown there). parse() may run on several
+  // threads at once, beside next_unparsed().
+  bool next_unparsed(UnparsedModel& model);
+  Model parse(UnparsedModel&& model) const;
 
   Format format() const;
   std::string format_name() const;  // "PDB" or "mmCIF"

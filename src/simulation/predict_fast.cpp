@@ -120,16 +120,19 @@ int build_group(std::vector<int>& idx, int lo, int hi, const std::vector<double>
   const double cx = 0.5 * (low[0] + high[0]);
   const double cy = 0.5 * (low[1] + high[1]);
   const double cz = 0.5 * (low[2] + high[2]);
-  double radius = 0.0;
+  // The largest distance, as the square root of the largest square (sqrt is
+  // correctly rounded and so keeps the order: the same value).
+  double radius2 = 0.0;
   double size = 0.0;
   for (int j = lo; j < hi; ++j) {
     const int i = idx[j];
     const double dx = x[i] - cx;
     const double dy = y[i] - cy;
     const double dz = z[i] - cz;
-    radius = std::max(radius, std::sqrt(dx * dx + dy * dy + dz * dz));
+    radius2 = std::max(radius2, dx * dx + dy * dy + dz * dz);
     size = std::max(size, std::fabs(x[i]) + std::fabs(y[i]) + std::fabs(z[i]));
   }
+  const double radius = std::sqrt(radius2);
   t.begin.push_back(lo);
   t.end.push_back(hi);
   t.second.push_back(0);
@@ -992,6 +995,7 @@ AtomTree build_atom_tree(int no_atoms, const std::vector<double>& x, const std::
                          const std::vector<double>& z) {
   AtomTree t;
   std::vector<int> idx;
+  idx.reserve(static_cast<std::size_t>(std::max(no_atoms, 0)));
   for (int i = 1; i <= no_atoms; ++i) {
     if (moderate(x[i]) && moderate(y[i]) && moderate(z[i])) {
       idx.push_back(i);
@@ -1002,6 +1006,10 @@ AtomTree build_atom_tree(int no_atoms, const std::vector<double>& x, const std::
     }
   }
   if (idx.empty()) return t;
+  // A group per leaf and one above every two: fewer than twice the leaves.
+  const std::size_t groups = 2 * (idx.size() / kLeafSize + 1);
+  for (std::vector<int>* v : {&t.begin, &t.end, &t.second}) v->reserve(groups);
+  for (std::vector<double>* v : {&t.cx, &t.cy, &t.cz, &t.reach, &t.error}) v->reserve(groups);
   build_group(idx, 0, static_cast<int>(idx.size()), x, y, z, t);
   // The leaf arrays padded to an even length for pairwise loads.
   if (t.leaf.size() % 2 != 0) {

@@ -3,6 +3,7 @@
 // in flight.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
 #include <fstream>
 #include <string>
@@ -72,6 +73,56 @@ TEST(PredictStream, EnsembleAccumulatedInOrderIsIndependentOfWorkers) {
   for (std::size_t i = 0; i < a.couplings.size(); ++i) {
     EXPECT_EQ(std::memcmp(&a.couplings[i].mean_hz, &b.couplings[i].mean_hz, sizeof(double)), 0);
   }
+}
+
+// A prediction holding couplings at the given sites (residue numbers of N-H
+// couplings of chain A, and one of chain B with residue 1) with the values.
+ModelPrediction with_couplings(const std::vector<std::pair<std::string, int>>& sites,
+                               const std::vector<double>& values) {
+  ModelPrediction m;
+  for (std::size_t i = 0; i < sites.size(); ++i) {
+    PredictedCoupling c;
+    c.site.chain = sites[i].first;
+    c.site.residue_number = sites[i].second;
+    c.site.type = "N-H";
+    c.site.atom1 = "N";
+    c.site.atom2 = "H";
+    c.predicted_hz = values[i];
+    m.couplings.push_back(c);
+  }
+  return m;
+}
+
+TEST(PredictStream, EnsembleMatchesCouplingsBySiteWhateverTheirOrder) {
+  EnsembleAccumulator acc;
+  // The same sites in the same order, then swapped, then one missing and
+  // one new in front, then an insertion code and another atom name on a
+  // known residue (new sites both).
+  acc.add(with_couplings({{"A", 1}, {"A", 2}, {"B", 1}}, {1.0, 10.0, 100.0}));
+  acc.add(with_couplings({{"A", 1}, {"A", 2}, {"B", 1}}, {3.0, 20.0, 200.0}));
+  acc.add(with_couplings({{"A", 2}, {"A", 1}, {"B", 1}}, {30.0, 5.0, 300.0}));
+  acc.add(with_couplings({{"A", 7}, {"A", 1}}, {-1.0, 7.0}));
+  ModelPrediction odd = with_couplings({{"A", 1}, {"A", 2}}, {50.0, 60.0});
+  odd.couplings[0].site.insertion_code = 'B';
+  odd.couplings[1].site.atom2 = "HN";
+  acc.add(odd);
+  const EnsembleSummary e = acc.summary();
+  EXPECT_EQ(e.models, 5);
+  ASSERT_EQ(e.couplings.size(), 6u);
+  // In order of first appearance: A1, A2, B1, A7, A1 icode B, A2 N-HN.
+  const int residues[] = {1, 2, 1, 7, 1, 2};
+  const int counts[] = {4, 3, 3, 1, 1, 1};
+  const double means[] = {4.0, 20.0, 200.0, -1.0, 50.0, 60.0};
+  for (std::size_t i = 0; i < 6; ++i) {
+    EXPECT_EQ(e.couplings[i].site.residue_number, residues[i]) << i;
+    EXPECT_EQ(e.couplings[i].models, counts[i]) << i;
+    EXPECT_DOUBLE_EQ(e.couplings[i].mean_hz, means[i]) << i;
+  }
+  EXPECT_EQ(e.couplings[2].site.chain, "B");
+  EXPECT_EQ(e.couplings[4].site.insertion_code, 'B');
+  EXPECT_EQ(e.couplings[5].site.atom2, "HN");
+  // Sample SD of A1 over 1, 3, 5, 7: sqrt(20 / 3).
+  EXPECT_NEAR(e.couplings[0].sd_hz, std::sqrt(20.0 / 3.0), 1e-12);
 }
 
 TEST(PredictStream, AFailingModelEndsTheStreamAfterEveryEarlierModel) {
