@@ -795,7 +795,7 @@ constexpr double kTinyOffset = 1e-100;
 // Caps with a smaller t (an aperture above 72 degrees) are classified first.
 constexpr double kWideCap = 0.3;
 // Dots per cluster: on average, and at most (a cluster's dots fit one mask).
-constexpr int kClusterDots = 16;
+constexpr int kClusterDots = 24;
 constexpr int kMaxClusterDots = 32;
 // Cell boxes are 64-bit masks over the dot lattice.
 static_assert(kCubus * kCubus * kCubus <= 64);
@@ -1247,18 +1247,33 @@ bool reaches_free_count(const DotClusters& cl, const CapSet& caps, int n_dot, in
   const int max_buried = n_dot - min_free;
   int n_free = 0;
   int n_buried = 0;
-  int holder = 0;  // the cap that held the previous held cluster
+  // The caps that held the last two held clusters (consecutive clusters lie
+  // close together, so one of them often holds the next), each tried with
+  // the cap behind it.
+  int holder = 0, earlier = 0;
   for (int j = 0; j < cl.count(); ++j) {
     const int len = cl.size[j];
     const ClusterCone cone{cl.cx[j], cl.cy[j], cl.cz[j], cl.cos_r[j], cl.sin_r[j], cl.guard[j]};
     unsigned hold = 0, miss = 0;
-    if (holder < m) classify_caps(caps, cone, holder, holder + 1, hold, miss);
-    bool held = (hold & 1) != 0;
+    bool held = false;
+    for (const int k : {holder, earlier}) {
+      if (held || k >= m) continue;
+      classify_caps(caps, cone, k, k + 1, hold, miss);
+      if ((hold & 3) != 0) {
+        const int found = k + __builtin_ctz(hold & 3);
+        if (found != holder) {
+          earlier = holder;
+          holder = found;
+        }
+        held = true;
+      }
+    }
     int n_cand = 0;
     for (int k0 = 0; k0 < m && !held; k0 += 8) {
       const int k1 = std::min(m, k0 + 8);
       classify_caps(caps, cone, k0, k1, hold, miss);
       if (hold != 0) {
+        earlier = holder;
         holder = k0 + __builtin_ctz(hold);
         held = true;
         break;
