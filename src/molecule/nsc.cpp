@@ -1240,6 +1240,13 @@ void classify_caps(const CapSet& caps, const ClusterCone& c, int k0, int k1, uns
 #endif
 }
 
+// Whether cap k holds the cluster: the hold test of classify_caps for one
+// cap, the same expressions.
+bool holds(const CapSet& caps, const ClusterCone& c, int k) {
+  const double cn = (c.cx * caps.nx[k] + c.cy * caps.ny[k]) + c.cz * caps.nz[k];
+  return caps.t_hold[k] < c.guard && cn > caps.t[k] * c.cos_r + caps.s[k] * c.sin_r;
+}
+
 // Whether sphere i (its caps collected) has at least min_free free dots.
 bool reaches_free_count(const DotClusters& cl, const CapSet& caps, int n_dot, int min_free,
                         std::vector<int>& candidates) {
@@ -1257,15 +1264,13 @@ bool reaches_free_count(const DotClusters& cl, const CapSet& caps, int n_dot, in
     unsigned hold = 0, miss = 0;
     bool held = false;
     for (const int k : {holder, earlier}) {
-      if (held || k >= m) continue;
-      classify_caps(caps, cone, k, k + 1, hold, miss);
-      if ((hold & 3) != 0) {
-        const int found = k + __builtin_ctz(hold & 3);
-        if (found != holder) {
+      if (k < m && holds(caps, cone, k)) {
+        if (k != holder) {
           earlier = holder;
-          holder = found;
+          holder = k;
         }
         held = true;
+        break;
       }
     }
     int n_cand = 0;
