@@ -195,8 +195,9 @@ RowRun single_run(const unsigned char* row, int positions) {
 // allocates.
 // Aligned to a cache line: each worker writes its own workspace per orientation.
 struct alignas(64) Workspace {
-  int hint = -1;  // wall: leaf of the last minimum
-  TrigMemo trig;  // angles of the last orientation
+  int hint = -1;             // wall: leaf of the last minimum
+  ContactHint contact_hint;  // wall: the same, and the last count of contacts
+  TrigMemo trig;             // angles of the last orientation
   // Cylinder: per group, for the orientation `current`, the centre's
   // projections, the radius that holds the projections of its atoms and the
   // squared distance within which one of them may touch; per leaf the exact
@@ -305,13 +306,46 @@ float lowest_projection_with(const AtomTree& t, const double x_axis[4], int& hin
 // bounds of all leaves (a loop the compiler vectorises) finds them faster
 // than a walk down the tree.
 int leading_contacts(const AtomTree& t, const double x_axis[4], const float* pot, int positions,
-                     int& hint) {
-  const auto count_at_or_above = [&](float v) {
-    return static_cast<int>(
-        std::partition_point(pot, pot + positions, [v](float p) { return v <= p; }) - pot);
+                     ContactHint& hint) {
+  const auto contact_of = [](float v) { return [v](float p) { return v <= p; }; };
+  // The count for a lowest projection v: the first k with !(v <= pot[k]),
+  // searched outwards from `guess` in doubling steps, then by bisection
+  // (neighbouring orientations have near counts).
+  const auto count_from = [&](float v, int guess) {
+    // The contacts (v <= pot[k]) are a leading run; its length A is found
+    // in [lo, hi].
+    const auto contact = [&](int k) { return v <= pot[k]; };
+    const int g = std::clamp(guess, 0, positions);
+    int lo = 0;
+    int hi = positions;
+    if (g < positions && contact(g)) {
+      lo = g + 1;
+      for (int step = 1;; step *= 2) {
+        const int probe = g + step;
+        if (probe >= positions) break;
+        if (!contact(probe)) {
+          hi = probe;
+          break;
+        }
+        lo = probe + 1;
+      }
+    } else {
+      hi = g;
+      for (int step = 1;; step *= 2) {
+        const int probe = g - step;
+        if (probe < 0) break;
+        if (contact(probe)) {
+          lo = probe + 1;
+          break;
+        }
+        hi = probe;
+      }
+    }
+    return static_cast<int>(std::partition_point(pot + lo, pot + hi, contact_of(v)) - pot);
   };
   if (!t.ox.empty() || t.nodes() == 0) {
-    return count_at_or_above(lowest_projection_with(t, x_axis, hint));
+    const float lowest = lowest_projection_with(t, x_axis, hint.leaf);
+    return hint.contacts = count_from(lowest, hint.contacts);
   }
   const double d1 = x_axis[1];
   const double d2 = x_axis[2];
@@ -336,11 +370,11 @@ int leading_contacts(const AtomTree& t, const double x_axis[4], const float* pot
   };
   int holder = -1;
   float lowest = std::numeric_limits<float>::infinity();
-  if (hint >= 0 && hint < t.nodes() && is_leaf(t, hint)) {
-    lowest = leaf_lowest(hint);
-    holder = hint;
+  if (hint.leaf >= 0 && hint.leaf < t.nodes() && is_leaf(t, hint.leaf)) {
+    lowest = leaf_lowest(hint.leaf);
+    holder = hint.leaf;
   }
-  int contacts = count_at_or_above(lowest);
+  int contacts = count_from(lowest, hint.contacts);
   // Atoms reaching `target` touch at one more position.
   double target = contacts < positions ? pot[contacts] : 0.0;
   // Every projection of a leaf is at least its centre's projection less
@@ -397,7 +431,8 @@ int leading_contacts(const AtomTree& t, const double x_axis[4], const float* pot
       }
     }
   }
-  hint = holder;
+  hint.leaf = holder;
+  hint.contacts = contacts;
   return contacts;
 }
 
@@ -833,7 +868,7 @@ PassSums wall_pass_on(const AtomTree& atoms, double radius, double max_obstructi
         if (descending) {
           // Contact holds on a leading part of the grid and
           // the allowed positions are the rest.
-          return RowRun{leading_contacts(atoms, x_axis, pot, positions, w.hint), positions};
+          return RowRun{leading_contacts(atoms, x_axis, pot, positions, w.contact_hint), positions};
         }
         const float lowest = lowest_projection_with(atoms, x_axis, w.hint);
         for (int k = 0; k < positions; ++k) {

@@ -104,14 +104,22 @@ AtomTree build_atom_tree(int no_atoms, const std::vector<double>& x, const std::
 // other projection the result is not-a-number (it touches no threshold).
 float lowest_projection(const AtomTree& atoms, const double x_axis[4]);
 
+// Where the search of leading_contacts starts: a leaf to look at first and
+// a count of contacts to search outwards from (those of a neighbouring
+// orientation; any values are accepted).
+struct ContactHint {
+  int leaf = -1;
+  int contacts = 0;
+};
+
 // The number of leading thresholds of pot[0 .. positions) at or above the
 // lowest projection, for thresholds that never rise and hold no
 // not-a-number: the same as partition_point(pot, pot + positions,
 // [lowest](float p) { return lowest <= p; }) with lowest_projection's
-// value. `hint` names a leaf to look at first (any value is accepted) and
-// receives the one that held the lowest projection found.
+// value. `hint` receives the leaf that held the lowest projection found and
+// the count.
 int leading_contacts(const AtomTree& atoms, const double x_axis[4], const float* pot, int positions,
-                     int& hint);
+                     ContactHint& hint);
 
 // The two passes in their fast form, with `threads` workers (at least 1).
 // pot_dist receives the wall thresholds as in the direct form.

@@ -772,7 +772,7 @@ TEST(FastHelpers, LeadingContactsCountTheThresholdsAtOrAboveTheLowestProjection)
   for (const int atoms : {1, 7, 16, 17, 300, 602}) {
     Molecule mol = random_molecule(rng, atoms, 18, 14, 11);
     const detail::AtomTree t = detail::build_atom_tree(mol.count(), mol.x, mol.y, mol.z);
-    int carried = -1;  // the hint handed on from orientation to orientation
+    detail::ContactHint carried;  // handed on from orientation to orientation
     int checked = 0, inside = 0;
     for (int m = 1; m <= smp.o_pts; ++m) {
       double x_axis[4] = {}, y_axis[4] = {};
@@ -799,18 +799,27 @@ TEST(FastHelpers, LeadingContactsCountTheThresholdsAtOrAboveTheLowestProjection)
       std::sort(pot.begin(), pot.end(), std::greater<>());
       const int expected = contacts_by_minimum(t, x_axis, pot);
       const int positions = static_cast<int>(pot.size());
-      int fresh = -1;
+      detail::ContactHint fresh;
       EXPECT_EQ(detail::leading_contacts(t, x_axis, pot.data(), positions, fresh), expected)
           << atoms << " atoms, orientation " << m;
+      EXPECT_EQ(fresh.contacts, expected);
       EXPECT_EQ(detail::leading_contacts(t, x_axis, pot.data(), positions, carried), expected)
           << atoms << " atoms, orientation " << m << " (carried hint)";
-      int odd = static_cast<int>(u(rng) * (t.nodes() + 4)) - 2;  // any node, or none
-      EXPECT_EQ(detail::leading_contacts(t, x_axis, pot.data(), positions, odd), expected)
-          << atoms << " atoms, orientation " << m << " (hint " << odd << ")";
+      // Any leaf or none, any count to start from (beyond both ends too).
+      for (int trial = 0; trial < 4; ++trial) {
+        detail::ContactHint odd;
+        odd.leaf = static_cast<int>(u(rng) * (t.nodes() + 4)) - 2;
+        odd.contacts = static_cast<int>(u(rng) * (positions + 6)) - 3;
+        if (trial == 0) odd.contacts = expected;
+        if (trial == 1) odd.contacts = expected + (m % 2 == 0 ? 1 : -1);
+        EXPECT_EQ(detail::leading_contacts(t, x_axis, pot.data(), positions, odd), expected)
+            << atoms << " atoms, orientation " << m << " (hint " << odd.leaf << ", " << odd.contacts
+            << ")";
+      }
       // Fewer thresholds, all above or all below the molecule, and none.
-      for (const int first : {0, 1, positions / 2, positions - 1}) {
+      for (const int first : {0, 1, positions / 2, positions - 1, positions}) {
         const std::vector<float> part(pot.begin() + first, pot.end());
-        int h = carried;
+        detail::ContactHint h = carried;
         EXPECT_EQ(
             detail::leading_contacts(t, x_axis, part.data(), static_cast<int>(part.size()), h),
             contacts_by_minimum(t, x_axis, part));
@@ -831,14 +840,15 @@ TEST(FastHelpers, LeadingContactsCountTheThresholdsAtOrAboveTheLowestProjection)
   for (int m = 1; m <= 50; ++m) {
     double x_axis[4] = {}, y_axis[4] = {};
     detail::atom_frame_axes(smp.tables.eulerangle[m], x_axis, y_axis);
-    int h = -1;
+    detail::ContactHint h;
+    h.contacts = m;
     EXPECT_EQ(detail::leading_contacts(t, x_axis, pot.data(), static_cast<int>(pot.size()), h),
               contacts_by_minimum(t, x_axis, pot));
   }
   // No atoms: nothing touches.
   const detail::AtomTree empty = detail::build_atom_tree(0, odd.x, odd.y, odd.z);
   const double axis[4] = {0, 1, 0, 0};
-  int h = 3;
+  detail::ContactHint h{3, 7};
   EXPECT_EQ(detail::leading_contacts(empty, axis, pot.data(), static_cast<int>(pot.size()), h), 0);
 }
 
