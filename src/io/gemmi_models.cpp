@@ -59,13 +59,10 @@ struct ModelConverter::Impl {
 
   std::string where(int number) const { return path + ": model " + std::to_string(number) + ": "; }
 
-  // The atoms of a gemmi model that pass the reading rules, in file order.
-  std::vector<ParsedAtom> convert(const gemmi::Model& model, int number) const {
-    std::vector<ParsedAtom> atoms;
-    size_t records = 0;
-    for (const gemmi::Chain& chain : model.chains)
-      for (const gemmi::Residue& residue : chain.residues) records += residue.atoms.size();
-    atoms.reserve(records);
+  // The atoms of a gemmi model that pass the reading rules, in file order,
+  // handed to the sink; returns their number.
+  std::size_t convert(const gemmi::Model& model, int number, const AtomSink& sink) const {
+    std::size_t atoms = 0;
     std::vector<const gemmi::Atom*> kept;
     std::unordered_map<std::string, size_t> best;  // atom name -> its chosen conformer
     for (const gemmi::Chain& chain : model.chains) {
@@ -113,9 +110,15 @@ struct ModelConverter::Impl {
             throw InputError(where(number) + "atom " + atom->name + " of residue " + residue.name +
                              " " + residue.seqid.str() + " has a coordinate that is not a number");
           }
-          ParsedAtom& out = atoms.emplace_back();
+          // Element names have one or two letters.
+          const char* element = atom->element.name();
+          char upper[3] = {};
+          for (std::size_t c = 0; c < 2 && element[c] != '\0'; ++c) {
+            upper[c] = gemmi::alpha_up(element[c]);
+          }
+          AtomView out;
           out.name = atom->name;
-          out.element = gemmi::to_upper(atom->element.name());
+          out.element = upper;
           out.residue_name = residue.name;
           out.residue_number = *residue.seqid.num;
           out.insertion_code = residue.seqid.icode == '\0' ? ' ' : residue.seqid.icode;
@@ -123,10 +126,12 @@ struct ModelConverter::Impl {
           out.x = atom->pos.x;
           out.y = atom->pos.y;
           out.z = atom->pos.z;
+          sink(out);
+          ++atoms;
         }
       }
     }
-    if (atoms.empty()) {
+    if (atoms == 0) {
       throw InputError(where(number) +
                        "no atoms left (waters, hydrogens, other HETATM records and the "
                        "chain, altloc and exclude choices are applied)");
@@ -159,9 +164,8 @@ ModelConverter::~ModelConverter() = default;
 ModelConverter::ModelConverter(ModelConverter&&) noexcept = default;
 ModelConverter& ModelConverter::operator=(ModelConverter&&) noexcept = default;
 
-std::vector<ParsedAtom> ModelConverter::pdb_model(const std::string& records,
-                                                  const std::vector<long>& lines,
-                                                  int number) const {
+std::size_t ModelConverter::pdb_model(const std::string& records, const std::vector<long>& lines,
+                                      int number, const AtomSink& sink) const {
   gemmi::Structure structure;
   try {
     structure = gemmi::read_pdb_from_memory(records.data(), records.size(), impl_->path);
@@ -172,7 +176,7 @@ std::vector<ParsedAtom> ModelConverter::pdb_model(const std::string& records,
   // exclude selection refers to the file's number.
   gemmi::Model& model = structure.models.front();
   model.name = std::to_string(number);
-  return impl_->convert(model, number);
+  return impl_->convert(model, number, sink);
 }
 
 std::vector<int> ModelConverter::load_mmcif(std::string text) {
@@ -203,9 +207,9 @@ std::vector<int> ModelConverter::load_mmcif(std::string text) {
   return numbers;
 }
 
-std::vector<ParsedAtom> ModelConverter::mmcif_model(size_t index) {
+std::size_t ModelConverter::mmcif_model(size_t index, const AtomSink& sink) {
   gemmi::Model& model = impl_->cif.models.at(index);
-  std::vector<ParsedAtom> atoms = impl_->convert(model, std::stoi(model.name));
+  const std::size_t atoms = impl_->convert(model, std::stoi(model.name), sink);
   std::vector<gemmi::Chain>().swap(model.chains);
   return atoms;
 }

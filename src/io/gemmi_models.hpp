@@ -3,24 +3,32 @@
 // gemmi's CIF document with libstdc++ 12 in C++20 mode.
 #pragma once
 
+#include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace vorn::io::detail {
 
-struct ParsedAtom {
-  std::string name;
-  std::string element;  // upper case
-  std::string residue_name;
+// One atom as the converter hands it out; the views are valid during the
+// call that receives them.
+struct AtomView {
+  std::string_view name;
+  std::string_view element;  // upper case
+  std::string_view residue_name;
   int residue_number = 0;
   char insertion_code = ' ';
-  std::string chain;
+  std::string_view chain;
   double x = 0.0;
   double y = 0.0;
   double z = 0.0;
 };
+
+// Receives the atoms of a model in file order.
+using AtomSink = std::function<void(const AtomView&)>;
 
 struct AtomRules {
   std::optional<char> altloc;
@@ -40,15 +48,16 @@ class ModelConverter {
   ModelConverter& operator=(ModelConverter&&) noexcept;
 
   // One PDB model given as its ATOM/HETATM/TER records, one a line;
-  // lines[i] is the file line of record i.
-  std::vector<ParsedAtom> pdb_model(const std::string& records, const std::vector<long>& lines,
-                                    int number) const;
+  // lines[i] is the file line of record i. Returns the number of atoms
+  // handed to `sink`. May run on several threads at once.
+  std::size_t pdb_model(const std::string& records, const std::vector<long>& lines, int number,
+                        const AtomSink& sink) const;
 
   // Parses a whole mmCIF text (released here) and returns its model
   // numbers in file order.
   std::vector<int> load_mmcif(std::string text);
   // The atoms of the index-th mmCIF model; its gemmi data are released.
-  std::vector<ParsedAtom> mmcif_model(size_t index);
+  std::size_t mmcif_model(size_t index, const AtomSink& sink);
 
  private:
   struct Impl;

@@ -468,21 +468,20 @@ struct StructureReader::Impl {
       out.parsed = true;
       out.records.clear();
       out.lines.clear();
-      out.atoms = to_atoms(converter->mmcif_model(index));
+      out.atoms.clear();
+      converter->mmcif_model(index, append_to(out.atoms));
       return true;
     }
     return false;
   }
 
-  static std::vector<vorn::Atom> to_atoms(std::vector<detail::ParsedAtom> parsed) {
-    std::vector<vorn::Atom> atoms(parsed.size());
-    for (size_t i = 0; i < parsed.size(); ++i) {
-      detail::ParsedAtom& p = parsed[i];
-      atoms[i] = {std::move(p.name),        std::move(p.element), std::move(p.residue_name),
-                  p.residue_number,         p.insertion_code,     std::move(p.chain),
-                  vorn::Vec3{p.x, p.y, p.z}};
-    }
-    return atoms;
+  // A sink that appends the converter's atoms to `atoms`.
+  static detail::AtomSink append_to(std::vector<vorn::Atom>& atoms) {
+    return [&atoms](const detail::AtomView& a) {
+      atoms.push_back({std::string(a.name), std::string(a.element), std::string(a.residue_name),
+                       a.residue_number, a.insertion_code, std::string(a.chain),
+                       vorn::Vec3{a.x, a.y, a.z}});
+    };
   }
 };
 
@@ -537,8 +536,10 @@ Model StructureReader::parse(UnparsedModel&& unparsed) const {
   }
   const Impl& d = *impl_;
   try {
-    model.atoms =
-        Impl::to_atoms(d.converter->pdb_model(unparsed.records, unparsed.lines, unparsed.number));
+    // About one atom per record.
+    model.atoms.reserve(unparsed.lines.size());
+    d.converter->pdb_model(unparsed.records, unparsed.lines, unparsed.number,
+                           Impl::append_to(model.atoms));
   } catch (const InputError& e) {
     throw InputError(std::string(e.what()) + " (model " + std::to_string(unparsed.number) + ")");
   }
