@@ -1004,32 +1004,60 @@ NeighbourLists neighbour_lists(const double* co, const double* radius, std::size
       for (int cx = 0; cx < nx; ++cx) {
         const int c = (cz * ny + cy) * nx + cx;
         if (cell_start[c] == cell_start[c + 1]) continue;
-        int block[27];
-        int n_block = 0;
+        // The cells of the 27-cell block that follow c, as runs of atoms:
+        // along x the cells of a row are consecutive, so each row of the
+        // block after c's own is one run.
+        int run_begin[9];
+        int run_end[9];
+        int n_runs = 0;
+        const int x_lo = std::max(cx - 1, 0);
+        const int x_hi = std::min(cx + 1, nx - 1);
         for (int kz = std::max(cz - 1, 0); kz <= std::min(cz + 1, nz - 1); ++kz) {
           for (int ky = std::max(cy - 1, 0); ky <= std::min(cy + 1, ny - 1); ++ky) {
-            for (int kx = std::max(cx - 1, 0); kx <= std::min(cx + 1, nx - 1); ++kx) {
-              const int c2 = (kz * ny + ky) * nx + kx;
-              if (c2 > c) block[n_block++] = c2;
-            }
+            const int row = (kz * ny + ky) * nx;
+            if (row <= (cz * ny + cy) * nx) continue;  // c's own row: below
+            run_begin[n_runs] = cell_start[row + x_lo];
+            run_end[n_runs] = cell_start[row + x_hi + 1];
+            ++n_runs;
           }
         }
+        // The rest of c's own row: the cells of c and of those after it.
+        const int row_end = cell_start[(cz * ny + cy) * nx + x_hi + 1];
         for (int p = cell_start[c]; p < cell_start[c + 1]; ++p) {
           const double xi = sx[p], yi = sy[p], zi = sz[p], ri = sr[p];
+          const auto add = [&](int q) {
+            pairs.emplace_back(id[p], id[q]);
+            ++count[id[p] + 1];
+            ++count[id[q] + 1];
+          };
+          // The overlap test of each q, two at a time where SSE2 serves (the
+          // same operations in the same order).
           auto scan = [&](int q0, int q1) {
-            for (int q = q0; q < q1; ++q) {
+            int q = q0;
+#if defined(__SSE2__)
+            const __m128d vx = _mm_set1_pd(xi), vy = _mm_set1_pd(yi), vz = _mm_set1_pd(zi);
+            const __m128d vr = _mm_set1_pd(ri);
+            for (; q + 1 < q1; q += 2) {
+              const __m128d dx = _mm_sub_pd(_mm_loadu_pd(&sx[q]), vx);
+              const __m128d dy = _mm_sub_pd(_mm_loadu_pd(&sy[q]), vy);
+              const __m128d dz = _mm_sub_pd(_mm_loadu_pd(&sz[q]), vz);
+              const __m128d dd = _mm_add_pd(_mm_add_pd(_mm_mul_pd(dx, dx), _mm_mul_pd(dy, dy)),
+                                            _mm_mul_pd(dz, dz));
+              const __m128d rr = _mm_add_pd(vr, _mm_loadu_pd(&sr[q]));
+              const int hit = _mm_movemask_pd(_mm_cmplt_pd(dd, _mm_mul_pd(rr, rr)));
+              if ((hit & 1) != 0) add(q);
+              if ((hit & 2) != 0) add(q + 1);
+            }
+#endif
+            for (; q < q1; ++q) {
               const double dx = sx[q] - xi, dy = sy[q] - yi, dz = sz[q] - zi;
               const double dd = dx * dx + dy * dy + dz * dz;
               const double rr = ri + sr[q];
-              if (dd < rr * rr) {
-                pairs.emplace_back(id[p], id[q]);
-                ++count[id[p] + 1];
-                ++count[id[q] + 1];
-              }
+              if (dd < rr * rr) add(q);
             }
           };
-          scan(p + 1, cell_start[c + 1]);
-          for (int b = 0; b < n_block; ++b) scan(cell_start[block[b]], cell_start[block[b] + 1]);
+          scan(p + 1, row_end);
+          for (int r = 0; r < n_runs; ++r) scan(run_begin[r], run_end[r]);
         }
       }
     }
