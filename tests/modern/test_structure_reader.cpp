@@ -12,6 +12,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "io/structure_reader.hpp"
@@ -328,6 +329,88 @@ TEST_F(ReaderTest, StreamsModelByModel) {
   ASSERT_TRUE(partial.next(model));
   EXPECT_EQ(model.atoms.size(), 2u);
   EXPECT_EQ(error_of([&] { partial.next(model); }).rfind(broken + ":6: ", 0), 0u);
+}
+
+// Models cut from the file on one thread and parsed on others (as the
+// prediction stream does) are the models next() reads.
+TEST(RealEntries, ModelsCutOnOneThreadAndParsedOnOthers) {
+  for (const std::string name : {"raw/1D3Z_raw_10models.pdb", "raw/1d3z.cif"}) {
+    const std::string path = data_file(name);
+    const std::vector<Model> expected = read_models(path, {.keep_hydrogens = true});
+    ASSERT_EQ(expected.size(), 10u) << name;
+    StructureReader reader(path, {.keep_hydrogens = true});
+    std::vector<UnparsedModel> unparsed;
+    for (UnparsedModel u; reader.next_unparsed(u);) unparsed.push_back(std::move(u));
+    ASSERT_EQ(unparsed.size(), 10u);
+    EXPECT_EQ(unparsed[0].parsed, name.ends_with(".cif"));
+    std::vector<Model> parsed(unparsed.size());
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 3; ++t) {
+      threads.emplace_back([&, t] {
+        for (int k = static_cast<int>(unparsed.size()) - 1 - t; k >= 0; k -= 3) {
+          parsed[k] = reader.parse(std::move(unparsed[k]));
+        }
+      });
+    }
+    for (std::thread& t : threads) t.join();
+    for (std::size_t k = 0; k < expected.size(); ++k) {
+      EXPECT_EQ(parsed[k].number, expected[k].number);
+      ASSERT_EQ(parsed[k].atoms.size(), expected[k].atoms.size()) << name << " model " << k + 1;
+      for (std::size_t i = 0; i < expected[k].atoms.size(); ++i) {
+        const Atom& a = parsed[k].atoms[i];
+        const Atom& b = expected[k].atoms[i];
+        EXPECT_TRUE(a.name == b.name && a.element == b.element && a.chain == b.chain &&
+                    a.residue_name == b.residue_name && a.residue_number == b.residue_number &&
+                    a.position.x == b.position.x && a.position.y == b.position.y &&
+                    a.position.z == b.position.z)
+            << name << " model " << k + 1 << " atom " << i;
+      }
+    }
+  }
+}
+
+// Errors of the file's layout come from next_unparsed, errors of a model's
+// records from parse, each naming the file line.
+TEST_F(ReaderTest, LayoutErrorsWhenCutRecordErrorsWhenParsed) {
+  const std::string ok = atom(1, "N", "ALA", 'A', 1, "N");
+  const std::string bad_record =
+      write("badrecord.pdb",
+            "MODEL 1\n" + ok + "ENDMDL\nMODEL 2\n" + ok + "ATOM      2  CA  ALA A   1\nENDMDL\n");
+  StructureReader reader(bad_record);
+  UnparsedModel first, second;
+  ASSERT_TRUE(reader.next_unparsed(first));
+  ASSERT_TRUE(reader.next_unparsed(second));  // cut without looking at its records
+  EXPECT_EQ(second.number, 2);
+  EXPECT_EQ(reader.parse(std::move(first)).atoms.size(), 1u);
+  EXPECT_EQ(error_of([&] { reader.parse(std::move(second)); }).rfind(bad_record + ":6: ", 0), 0u);
+
+  const std::string cut = write("cut.pdb", "MODEL 1\n" + ok + "ENDMDL\nMODEL 2\n" + ok);
+  StructureReader partial(cut);
+  UnparsedModel model;
+  ASSERT_TRUE(partial.next_unparsed(model));
+  EXPECT_EQ(error_of([&] { partial.next_unparsed(model); }),
+            cut + ":5: model 2 has no ENDMDL: the file ends inside it (truncated?)");
+}
+
+// Lines longer than the read buffer, carriage returns and a last line
+// without a line end are read as lines; error lines count them.
+TEST_F(ReaderTest, LongLinesAndLineEnds) {
+  const std::string ok = atom(1, "N", "ALA", 'A', 1, "N");
+  std::string crlf = ok;
+  crlf.insert(crlf.size() - 1, "\r");
+  const std::string remark = "REMARK " + std::string(200000, 'x') + "\n";
+  const std::string path =
+      write("long.pdb", remark + crlf + remark + atom(2, "CA", "ALA", 'A', 1, "C") + remark +
+                            ok.substr(0, ok.size() - 1));  // no final line end
+  const std::vector<Model> models = read_models(path);
+  ASSERT_EQ(models.size(), 1u);
+  ASSERT_EQ(models[0].atoms.size(), 3u);
+  EXPECT_EQ(models[0].atoms[0].name, "N");
+  EXPECT_EQ(models[0].atoms[1].name, "CA");
+  EXPECT_EQ(models[0].atoms[2].element, "N");
+  const std::string bad =
+      write("longbad.pdb", remark + remark + ok + remark + "ATOM      2  CA  ALA A   1\r\n");
+  EXPECT_EQ(error_of([&] { read_models(bad); }).rfind(bad + ":5: ", 0), 0u);
 }
 
 TEST_F(ReaderTest, GzipAndFormatDetection) {
