@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cmath>
 #include <map>
+#include <thread>
 #include <tuple>
 
 #include "vorn/couplings.hpp"
@@ -277,8 +278,10 @@ struct Group {
   std::vector<std::vector<bool>> present;  // coupling resolved in every model so far
 };
 
+// Adds a model's couplings (and its predicted tensor, with --predict) to the
+// group.
 void add_model(Group& g, const io::Model& model, const io::CouplingFile& file, const FitSettings& s,
-               const PredictionContext* context, const Medium& medium) {
+               const std::optional<SaupeElements>& predicted) {
   g.models.push_back(model.number);
   const ModelIndex index(model.atoms);
   if (g.sets.empty()) {
@@ -325,13 +328,10 @@ void add_model(Group& g, const io::Model& model, const io::CouplingFile& file, c
       r.distance = length;
       // Each model's own row is needed only to compare the models' own
       // predictions; without --predict memory stays flat over the models.
-      if (context != nullptr) r.model_rows.push_back(row);
+      if (predicted) r.model_rows.push_back(row);
     }
   }
-  if (context != nullptr) {
-    const std::vector<Vec3> atoms = steric_atoms(model.atoms, s.common);
-    g.predicted.push_back(context->predict_saupe(atoms, medium));
-  }
+  if (predicted) g.predicted.push_back(*predicted);
 }
 
 void finish_group(Group& g, const io::CouplingFile& file, const FitSettings& s, FitResult& result) {
@@ -398,28 +398,51 @@ FitResult run_fit(const FitSettings& s) {
   io::StructureReader reader(s.structure, read, s.common.input_format);
   result.structure_format = reader.format_name();
 
+  const int cores = std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
+  const int threads = s.common.threads > 0 ? s.common.threads : cores;
   std::optional<PredictionContext> context;
-  if (s.predict) context.emplace(s.common.sampling, s.common.threads);
+  ThreadPlan plan{threads, 1};
+  if (s.predict) {
+    context.emplace(s.common.sampling, threads);
+    plan = plan_threads(*context, threads);
+  }
   const Medium medium = effective_medium(s.common);
 
-  io::Model model;
+  // The models stream through the workers (parsed there, and predicted with
+  // --predict); their couplings are added in file order on this thread.
+  struct Read {
+    io::Model model;
+    std::optional<SaupeElements> predicted;
+  };
   Group group;
   int models_read = 0;
-  while (reader.next(model)) {
-    ++models_read;
-    if (s.mode == FitMode::single && models_read > 1) {
-      if (!s.common.read.models.empty()) {
-        throw InputError(s.structure +
-                         ": several models selected; fit them with --per-model or --ensemble");
-      }
-      break;  // one model: the first
-    }
-    add_model(group, model, file, s, context ? &*context : nullptr, medium);
-    if (s.mode == FitMode::per_model) {
-      finish_group(group, file, s, result);
-      group = Group{};
-    }
-  }
+  stream_in_order<Read>(
+      reader, plan.workers,
+      [&](io::Model&& model) {
+        Read r;
+        if (context) {
+          r.predicted = context->predict_saupe(steric_atoms(model.atoms, s.common), medium,
+                                               plan.per_prediction);
+        }
+        r.model = std::move(model);
+        return r;
+      },
+      [&](Read& r) {
+        ++models_read;
+        if (s.mode == FitMode::single && models_read > 1) {
+          if (!s.common.read.models.empty()) {
+            throw InputError(s.structure +
+                             ": several models selected; fit them with --per-model or --ensemble");
+          }
+          return false;  // one model: the first
+        }
+        add_model(group, r.model, file, s, r.predicted);
+        if (s.mode == FitMode::per_model) {
+          finish_group(group, file, s, result);
+          group = Group{};
+        }
+        return true;
+      });
   if (!group.models.empty()) finish_group(group, file, s, result);
   return result;
 }

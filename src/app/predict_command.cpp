@@ -100,17 +100,11 @@ ModelPrediction predict_model(const Model& model, const PredictSettings& setting
   return m;
 }
 
-namespace {
-
-// One model on its way through the pipeline.
-struct Slot {
-  bool ready = false;
-  ModelPrediction prediction;
-  std::string text;
-  std::exception_ptr error;
-};
-
-}  // namespace
+ThreadPlan plan_threads(const PredictionContext& context, int threads) {
+  threads = std::max(threads, 1);
+  if (context.orientation_count() >= 8192) return {1, threads};
+  return {threads, 1};
+}
 
 std::string predict_stream(
     const std::string& path, const PredictSettings& settings, const PredictionContext& context,
@@ -124,126 +118,20 @@ std::string predict_stream(
   StructureReader reader(path, read, settings.input_format);
   std::string format_name = reader.format_name();
   if (start) start(format_name);
-  workers = std::max(workers, 1);
-  // Models read ahead of the one emitted next: enough to keep every worker
-  // busy, few enough that memory does not grow with the file.
-  const long window = 4L * workers;
-
-  // The reading thread only cuts the models from the file; the workers parse
-  // them (the larger part of reading), predict and format, so that all of
-  // the work but the cutting spreads over the workers.
-  std::mutex mutex;
-  std::condition_variable room;   // the reader waits for space in the window
-  std::condition_variable work;   // workers wait for a model
-  std::condition_variable ready;  // this thread waits for the next model in order
-  std::map<long, Slot> slots;     // models read and not yet emitted, by order in the file
-  std::deque<std::pair<long, UnparsedModel>> jobs;
-  long next_emit = 0;
-  long read_count = 0;
-  bool reading_done = false;
-  bool stop = false;
-  std::exception_ptr read_error;
-
-  std::thread reading([&] {
-    try {
-      for (;;) {
-        {
-          std::unique_lock lock(mutex);
-          room.wait(lock, [&] { return stop || read_count - next_emit < window; });
-          if (stop) break;
-        }
-        UnparsedModel model;
-        if (!reader.next_unparsed(model)) break;
-        std::lock_guard lock(mutex);
-        slots[read_count];
-        jobs.emplace_back(read_count, std::move(model));
-        ++read_count;
-        work.notify_one();
-      }
-    } catch (...) {
-      std::lock_guard lock(mutex);
-      read_error = std::current_exception();
-    }
-    std::lock_guard lock(mutex);
-    reading_done = true;
-    work.notify_all();
-    ready.notify_one();
-  });
-
-  std::vector<std::thread> pool;
-  pool.reserve(static_cast<std::size_t>(workers));
-  for (int w = 0; w < workers; ++w) {
-    pool.emplace_back([&] {
-      for (;;) {
-        std::pair<long, UnparsedModel> job;
-        {
-          std::unique_lock lock(mutex);
-          work.wait(lock, [&] { return stop || !jobs.empty() || reading_done; });
-          if (stop || (jobs.empty() && reading_done)) return;
-          job = std::move(jobs.front());
-          jobs.pop_front();
-        }
-        Slot done;
-        try {
-          const Model model = reader.parse(std::move(job.second));
-          done.prediction = predict_model(model, settings, context, threads, path);
-          if (format) done.text = format(done.prediction);
-        } catch (...) {
-          done.error = std::current_exception();
-        }
-        done.ready = true;
-        std::lock_guard lock(mutex);
-        const bool next = job.first == next_emit;
-        slots[job.first] = std::move(done);
-        if (next) ready.notify_one();
-      }
-    });
-  }
-
-  // Emit in file order on this thread; the first failure (a model that
-  // cannot be parsed or predicted, or the reader's) ends the stream after
-  // every earlier model was emitted.
-  std::exception_ptr failure;
-  for (;;) {
-    Slot slot;
-    {
-      std::unique_lock lock(mutex);
-      ready.wait(lock, [&] {
-        const auto it = slots.find(next_emit);
-        return (it != slots.end() && it->second.ready) || (reading_done && next_emit == read_count);
+  using Done = std::pair<ModelPrediction, std::string>;
+  const long emitted = stream_in_order<Done>(
+      reader, workers,
+      [&](Model&& model) {
+        Done done;
+        done.first = predict_model(model, settings, context, threads, path);
+        if (format) done.second = format(done.first);
+        return done;
+      },
+      [&](Done& done) {
+        emit(done.first, done.second);
+        return true;
       });
-      const auto it = slots.find(next_emit);
-      if (it == slots.end()) {
-        failure = read_error;
-        break;
-      }
-      slot = std::move(it->second);
-      slots.erase(it);
-    }
-    if (slot.error) {
-      failure = slot.error;
-      break;
-    }
-    try {
-      emit(slot.prediction, slot.text);
-    } catch (...) {
-      failure = std::current_exception();
-      break;
-    }
-    std::lock_guard lock(mutex);
-    ++next_emit;
-    room.notify_one();
-  }
-  {
-    std::lock_guard lock(mutex);
-    stop = true;
-    room.notify_all();
-    work.notify_all();
-  }
-  reading.join();
-  for (std::thread& t : pool) t.join();
-  if (failure) std::rethrow_exception(failure);
-  if (next_emit == 0) throw InputError(path + ": no model selected");
+  if (emitted == 0) throw InputError(path + ": no model selected");
   return format_name;
 }
 

@@ -2,13 +2,20 @@
 // one or more structure files, with the predicted backbone couplings.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
+#include <condition_variable>
+#include <deque>
+#include <exception>
 #include <functional>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "io/structure_reader.hpp"
@@ -105,6 +112,26 @@ ModelPrediction predict_model(const Model& model, const PredictSettings& setting
                               const PredictionContext& context, int threads,
                               const std::string& path);
 
+// How a run spreads `threads` over its models: models in parallel, one
+// thread each; a fine sampling (beyond a few thousand orientations) is
+// rather split within each prediction, one model at a time.
+struct ThreadPlan {
+  int workers = 1;
+  int per_prediction = 1;
+};
+ThreadPlan plan_threads(const PredictionContext& context, int threads);
+
+// Runs work(model) for every model of `reader` on `workers` threads and
+// emit(result) on the calling thread in file order, with a bounded number
+// of models in flight: one thread cuts the models from the file, the
+// workers parse them (the larger part of reading) and run `work`, so that
+// all the work but the cutting spreads over the workers. emit returning
+// false ends the stream early. A failure (a model that cannot be read or a
+// work that throws) is thrown after every earlier model was emitted.
+// Returns the number of results emitted.
+template <class Result, class Work, class Emit>
+long stream_in_order(StructureReader& reader, int workers, const Work& work, const Emit& emit);
+
 // Streams the models of a file through `workers` threads: one thread reads
 // the models, the workers predict them (each prediction on `threads`
 // threads) and
@@ -144,5 +171,134 @@ class EnsembleAccumulator {
 FilePrediction predict_file(const std::string& path, const PredictSettings& settings,
                             const PredictionContext& context,
                             const std::function<void(int)>& progress = {});
+
+template <class Result, class Work, class Emit>
+long stream_in_order(StructureReader& reader, int workers, const Work& work, const Emit& emit) {
+  workers = std::max(workers, 1);
+  // Models read ahead of the one emitted next: enough to keep every worker
+  // busy, few enough that memory does not grow with the file.
+  const long window = 4L * workers;
+
+  // One model on its way: its result, or the failure.
+  struct Slot {
+    bool ready = false;
+    std::optional<Result> result;
+    std::exception_ptr error;
+  };
+  std::mutex mutex;
+  std::condition_variable room;   // the reader waits for space in the window
+  std::condition_variable ready;  // workers wait for a model
+  std::condition_variable next;   // this thread waits for the next model in order
+  std::map<long, Slot> slots;     // models read and not yet emitted, by order in the file
+  std::deque<std::pair<long, UnparsedModel>> jobs;
+  long next_emit = 0;
+  long read_count = 0;
+  bool reading_done = false;
+  bool stop = false;
+  std::exception_ptr read_error;
+
+  std::thread reading([&] {
+    try {
+      for (;;) {
+        {
+          std::unique_lock lock(mutex);
+          room.wait(lock, [&] { return stop || read_count - next_emit < window; });
+          if (stop) break;
+        }
+        UnparsedModel model;
+        if (!reader.next_unparsed(model)) break;
+        std::lock_guard lock(mutex);
+        slots[read_count];
+        jobs.emplace_back(read_count, std::move(model));
+        ++read_count;
+        ready.notify_one();
+      }
+    } catch (...) {
+      std::lock_guard lock(mutex);
+      read_error = std::current_exception();
+    }
+    std::lock_guard lock(mutex);
+    reading_done = true;
+    ready.notify_all();
+    next.notify_one();
+  });
+
+  std::vector<std::thread> pool;
+  pool.reserve(static_cast<std::size_t>(workers));
+  for (int w = 0; w < workers; ++w) {
+    pool.emplace_back([&] {
+      for (;;) {
+        std::pair<long, UnparsedModel> job;
+        {
+          std::unique_lock lock(mutex);
+          ready.wait(lock, [&] { return stop || !jobs.empty() || reading_done; });
+          if (stop || (jobs.empty() && reading_done)) return;
+          job = std::move(jobs.front());
+          jobs.pop_front();
+        }
+        Slot done;
+        try {
+          done.result.emplace(work(reader.parse(std::move(job.second))));
+        } catch (...) {
+          done.error = std::current_exception();
+        }
+        done.ready = true;
+        std::lock_guard lock(mutex);
+        const bool awaited = job.first == next_emit;
+        slots[job.first] = std::move(done);
+        if (awaited) next.notify_one();
+      }
+    });
+  }
+
+  // Emit in file order on this thread; the first failure (a model that
+  // cannot be parsed or worked, or the reader's) ends the stream after
+  // every earlier model was emitted.
+  std::exception_ptr failure;
+  for (;;) {
+    Slot slot;
+    {
+      std::unique_lock lock(mutex);
+      next.wait(lock, [&] {
+        const auto it = slots.find(next_emit);
+        return (it != slots.end() && it->second.ready) || (reading_done && next_emit == read_count);
+      });
+      const auto it = slots.find(next_emit);
+      if (it == slots.end()) {
+        failure = read_error;
+        break;
+      }
+      slot = std::move(it->second);
+      slots.erase(it);
+    }
+    if (slot.error) {
+      failure = slot.error;
+      break;
+    }
+    bool more = true;
+    try {
+      more = emit(*slot.result);
+    } catch (...) {
+      failure = std::current_exception();
+      break;
+    }
+    std::lock_guard lock(mutex);
+    ++next_emit;
+    room.notify_one();
+    if (!more) break;
+  }
+  long emitted = 0;
+  {
+    std::lock_guard lock(mutex);
+    stop = true;
+    emitted = next_emit;
+    room.notify_all();
+    ready.notify_all();
+  }
+  reading.join();
+  for (std::thread& t : pool) t.join();
+  if (failure) std::rethrow_exception(failure);
+  return emitted;
+}
 
 }  // namespace vorn::app

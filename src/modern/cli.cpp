@@ -241,11 +241,7 @@ int run_predict_command(PredictSettings& s) {
   const int cores = std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
   const int threads = s.threads > 0 ? s.threads : cores;
   const PredictionContext context(s.sampling, threads);
-  // Models in parallel, one thread each; a fine sampling (beyond a few
-  // thousand orientations) is rather split within each prediction.
-  const bool split = context.orientation_count() >= 8192;
-  const int workers = split ? 1 : threads;
-  const int per_prediction = split ? threads : 1;
+  const ThreadPlan plan = plan_threads(context, threads);
 
   PredictReport report(s, s.files.size() > 1);
   Output out(s.output_file);
@@ -256,7 +252,7 @@ int run_predict_command(PredictSettings& s) {
     bool begun = false;
     try {
       predict_stream(
-          file, s, context, workers, per_prediction,
+          file, s, context, plan.workers, plan.per_prediction,
           [&](const std::string& format) {
             out.write(report.begin_file(file, format));
             begun = true;

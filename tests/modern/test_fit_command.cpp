@@ -611,6 +611,23 @@ TEST(FitCommand, PerModelAndEnsemble) {
   EXPECT_EQ(two["sets"][1]["tensor"], per["sets"][1]["tensor"]);
 }
 
+// The models stream through worker threads: the output does not depend on
+// their number, for the ensemble, model by model, and the first model alone.
+TEST(FitCommand, SameBytesForAnyNumberOfThreads) {
+  for (const std::string mode : {"--ensemble --predict ", "--per-model --predict ", "--predict "}) {
+    const std::string files = quoted(kPdb10) + " " + quoted(kDc);
+    const RunResult one = run_vorn("fit --format json --threads 1 " + mode + files);
+    ASSERT_EQ(one.status, 0) << one.err;
+    ASSERT_TRUE(json::parse(one.out).contains("sets"));
+    for (const char* threads : {"2", "3"}) {
+      const RunResult many =
+          run_vorn(std::string("fit --format json --threads ") + threads + " " + mode + files);
+      EXPECT_EQ(many.status, 0) << many.err;
+      EXPECT_EQ(many.out, one.out) << mode << threads << " threads";
+    }
+  }
+}
+
 TEST(FitCommand, StericPredictionBesideTheFit) {
   const json doc = fit_json("--predict " + quoted(kCif) + " " + quoted(kDc));
   const json& set = doc["sets"][0];

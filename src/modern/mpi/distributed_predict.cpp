@@ -121,10 +121,8 @@ struct Plan {
   explicit Plan(const PredictSettings& s)
       : threads(s.threads > 0 ? s.threads : available_cores()),
         context(s.sampling, threads),
-        // Models in parallel, one thread each; a fine sampling (beyond a few
-        // thousand orientations) is rather split within each prediction.
-        workers(context.orientation_count() >= 8192 ? 1 : threads),
-        per_prediction(context.orientation_count() >= 8192 ? threads : 1) {}
+        workers(app::plan_threads(context, threads).workers),
+        per_prediction(app::plan_threads(context, threads).per_prediction) {}
 };
 
 // A failure that another process met in place of one of its models.
