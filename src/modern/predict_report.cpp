@@ -9,6 +9,7 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <string_view>
+#include <type_traits>
 
 #include "modern/version.hpp"
 
@@ -101,23 +102,17 @@ class JsonLine {
 
   JsonLine& boolean(bool v) { return raw(v ? "true" : "false"); }
 
-  template <std::size_t N>
-  JsonLine& numbers(const std::array<double, N>& values) {
+  // An array of numbers, or of such arrays.
+  template <class T, std::size_t N>
+  JsonLine& numbers(const std::array<T, N>& values) {
     text_ += '[';
     for (std::size_t i = 0; i < N; ++i) {
       if (i > 0) text_ += ',';
-      number(values[i]);
-    }
-    text_ += ']';
-    return *this;
-  }
-
-  template <std::size_t N, std::size_t M>
-  JsonLine& numbers(const std::array<std::array<double, M>, N>& rows) {
-    text_ += '[';
-    for (std::size_t i = 0; i < N; ++i) {
-      if (i > 0) text_ += ',';
-      numbers(rows[i]);
+      if constexpr (std::is_same_v<T, double>) {
+        number(values[i]);
+      } else {
+        numbers(values[i]);
+      }
     }
     text_ += ']';
     return *this;

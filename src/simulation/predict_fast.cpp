@@ -214,6 +214,26 @@ struct alignas(64) Workspace {
 
 bool is_leaf(const AtomTree& t, int n) { return t.second[n] == 0; }
 
+// The lowest of `start` and the projections of the atoms of leaf n onto the
+// axis (d1, d2, d3), the projections into a buffer first (a loop the
+// compiler vectorises), then compared in atom order.
+float leaf_lowest(const AtomTree& t, int n, double d1, double d2, double d3, float start) {
+  const int b0 = t.begin[n];
+  const int count = t.end[n] - b0;
+  const double* x = t.x.data() + b0;
+  const double* y = t.y.data() + b0;
+  const double* z = t.z.data() + b0;
+  float v[kLeafSize];
+  for (int j = 0; j < count; ++j) {
+    v[j] = project(d1, d2, d3, x[j], y[j], z[j]);
+  }
+  float low = start;
+  for (int j = 0; j < count; ++j) {
+    low = v[j] < low ? v[j] : low;
+  }
+  return low;
+}
+
 // The lowest projection, as lowest_projection. `hint` names a leaf to scan
 // first (the one that held the minimum of a neighbouring orientation, which
 // makes the bounds prune at once) and receives the leaf that holds it now;
@@ -236,22 +256,9 @@ float lowest_projection_with(const AtomTree& t, const double x_axis[4], int& hin
     // threshold of +infinity.
     return any ? lowest : std::numeric_limits<float>::quiet_NaN();
   }
-  const double* x = t.x.data();
-  const double* y = t.y.data();
-  const double* z = t.z.data();
-  // The projections of a leaf, into a buffer first (a loop the compiler
-  // vectorises); true when they lower the minimum.
+  // The projections of a leaf; true when they lower the minimum.
   auto scan = [&](int n) {
-    const int b0 = t.begin[n];
-    const int count = t.end[n] - b0;
-    float v[kLeafSize];
-    for (int j = 0; j < count; ++j) {
-      v[j] = project(d1, d2, d3, x[b0 + j], y[b0 + j], z[b0 + j]);
-    }
-    float low = lowest;
-    for (int j = 0; j < count; ++j) {
-      low = v[j] < low ? v[j] : low;
-    }
+    const float low = leaf_lowest(t, n, d1, d2, d3, lowest);
     const bool lower = low < lowest;
     lowest = low;
     return lower;
@@ -350,28 +357,11 @@ int leading_contacts(const AtomTree& t, const double x_axis[4], const float* pot
   const double d1 = x_axis[1];
   const double d2 = x_axis[2];
   const double d3 = x_axis[3];
-  const double* x = t.x.data();
-  const double* y = t.y.data();
-  const double* z = t.z.data();
-  // The lowest projection of leaf group n, computed as
-  // lowest_projection_with computes it.
-  auto leaf_lowest = [&](int n) {
-    const int b0 = t.begin[n];
-    const int count = t.end[n] - b0;
-    float v[kLeafSize];
-    for (int j = 0; j < count; ++j) {
-      v[j] = project(d1, d2, d3, x[b0 + j], y[b0 + j], z[b0 + j]);
-    }
-    float low = std::numeric_limits<float>::infinity();
-    for (int j = 0; j < count; ++j) {
-      low = v[j] < low ? v[j] : low;
-    }
-    return low;
-  };
+  const float none = std::numeric_limits<float>::infinity();
   int holder = -1;
   float lowest = std::numeric_limits<float>::infinity();
   if (hint.leaf >= 0 && hint.leaf < t.nodes() && is_leaf(t, hint.leaf)) {
-    lowest = leaf_lowest(hint.leaf);
+    lowest = leaf_lowest(t, hint.leaf, d1, d2, d3, none);
     holder = hint.leaf;
   }
   int contacts = count_from(lowest, hint.contacts);
@@ -420,7 +410,7 @@ int leading_contacts(const AtomTree& t, const double x_axis[4], const float* pot
       if (!(bound[j] <= target)) continue;
       const int n = t.leaf[static_cast<std::size_t>(l0 + j)];
       if (n == holder) continue;
-      const float low = leaf_lowest(n);
+      const float low = leaf_lowest(t, n, d1, d2, d3, none);
       if (low <= target) {
         lowest = low;
         holder = n;
@@ -1015,12 +1005,8 @@ void frame_axes_of(const OrientationTables& tables, int m, double x_axis[4], dou
                    TrigMemo& memo) {
   if (m >= 1 && static_cast<std::size_t>(m) < tables.frame_axes.size()) {
     const std::array<double, 6>& a = tables.frame_axes[static_cast<std::size_t>(m)];
-    x_axis[1] = a[0];
-    x_axis[2] = a[1];
-    x_axis[3] = a[2];
-    y_axis[1] = a[3];
-    y_axis[2] = a[4];
-    y_axis[3] = a[5];
+    std::copy(a.begin(), a.begin() + 3, x_axis + 1);
+    std::copy(a.begin() + 3, a.end(), y_axis + 1);
     return;
   }
   atom_frame_axes(tables.eulerangle[static_cast<std::size_t>(m)], x_axis, y_axis, memo);
