@@ -408,7 +408,7 @@ int leading_contacts(const AtomTree& t, const double x_axis[4], const float* pot
       const int j = __builtin_ctzll(candidates);
       candidates &= candidates - 1;
       if (!(bound[j] <= target)) continue;
-      const int n = t.leaf[static_cast<std::size_t>(l0 + j)];
+      const int n = t.leaf[static_cast<std::size_t>(l0) + static_cast<std::size_t>(j)];
       if (n == holder) continue;
       const float low = leaf_lowest(t, n, d1, d2, d3, none);
       if (low <= target) {
