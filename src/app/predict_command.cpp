@@ -51,13 +51,22 @@ std::optional<MediumKind> parse_medium(std::string_view name) {
 }
 
 std::vector<Vec3> steric_atoms(const std::vector<Atom>& atoms, const PredictSettings& s) {
-  std::vector<Atom> kept;
-  for (const Atom& a : atoms) {
-    if (s.selection == Selection::all || s.read.keep_hydrogens || !is_hydrogen(a)) {
-      kept.push_back(a);
+  const auto wanted = [&](const Atom& a) {
+    return s.selection == Selection::all || s.read.keep_hydrogens || !is_hydrogen(a);
+  };
+  if (s.selection != Selection::surface) {
+    std::vector<Vec3> kept;
+    kept.reserve(atoms.size());
+    for (const Atom& a : atoms) {
+      if (wanted(a)) kept.push_back(a.position);
     }
+    return kept;
   }
-  if (s.selection != Selection::surface) return positions(kept);
+  std::vector<Atom> kept;
+  kept.reserve(atoms.size());
+  for (const Atom& a : atoms) {
+    if (wanted(a)) kept.push_back(a);
+  }
   std::vector<Vec3> surface;
   for (std::size_t i : surface_atoms(kept)) surface.push_back(kept[i].position);
   return surface;
