@@ -52,8 +52,10 @@ class InputFile {
     int code = Z_OK;
     const char* message = gzerror(file_.get(), &code);
     if (n < 0 || (code != Z_OK && code != Z_STREAM_END)) {
-      throw InputError(path_ + ": read error: " +
-                       (code == Z_ERRNO ? std::strerror(errno) : std::string(message)));
+      std::string what = code == Z_ERRNO ? std::strerror(errno) : std::string(message);
+      // zlib names the file in front of its own message.
+      if (what.rfind(path_ + ": ", 0) == 0) what.erase(0, path_.size() + 2);
+      throw InputError(path_ + ": read error: " + what);
     }
     return static_cast<size_t>(n);
   }
@@ -197,7 +199,20 @@ class PdbSplitter {
       kept = keep(number);
     };
     std::string_view line;
-    while (!ended_ && in_.next(line)) {
+    const auto next_line = [&] {
+      try {
+        return in_.next(line);
+      } catch (const InputError& e) {
+        // A file that cannot be read on (a truncated gzip stream) inside a
+        // model: the line and the model where it stops.
+        if (!open) throw;
+        std::string what = e.what();
+        if (what.rfind(path_ + ": ", 0) == 0) what.erase(0, path_.size() + 2);
+        throw error_at(path_, in_.number() + 1,
+                       what + " (model " + std::to_string(chunk.number) + ")");
+      }
+    };
+    while (!ended_ && next_line()) {
       const bool atom = is_atom_record(line);
       if (atom || (open && is_record(line, "TER"))) {
         if (!open) start(last_number_ + 1);

@@ -683,6 +683,24 @@ TEST_F(ReaderTest, Errors) {
   const std::string gz = read_text(gzip("full.pdb.gz", text));
   const std::string cut = write("cut.pdb.gz", gz.substr(0, gz.size() / 2));
   EXPECT_NE(error_of([&] { read_models(cut); }).find(cut + ": read error"), std::string::npos);
+  // Cut inside a model of an ensemble: the line and the model where the
+  // stream stops, after the models before it were read.
+  const std::string ten = read_text(data_file("raw/1D3Z_raw_10models.pdb"));
+  const std::string gz10 = read_text(gzip("ten.pdb.gz", ten));
+  const std::string cut10 = write("cut10.pdb.gz", gz10.substr(0, gz10.size() * 6 / 10));
+  StructureReader reader(cut10);
+  Model model;
+  int read = 0;
+  const std::string message = error_of([&] {
+    while (reader.next(model)) ++read;
+  });
+  EXPECT_GE(read, 4);
+  EXPECT_EQ(message.rfind(cut10 + ":", 0), 0u) << message;
+  const std::string rest = message.substr(cut10.size() + 1);
+  EXPECT_GT(std::stol(rest), 1000) << message;  // a line number
+  EXPECT_NE(rest.find(": read error: "), std::string::npos) << message;
+  EXPECT_EQ(rest.find(cut10), std::string::npos) << "the file named once: " << message;
+  EXPECT_NE(rest.find("(model " + std::to_string(read + 1) + ")"), std::string::npos) << message;
 }
 
 TEST_F(ReaderTest, BlankSeparatedRecordsWithAChain) {
