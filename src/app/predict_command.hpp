@@ -132,15 +132,14 @@ ThreadPlan plan_threads(const PredictionContext& context, int threads);
 template <class Result, class Work, class Emit>
 long stream_in_order(StructureReader& reader, int workers, const Work& work, const Emit& emit);
 
-// Streams the models of a file through `workers` threads: one thread reads
-// the models, the workers predict them (each prediction on `threads`
-// threads) and
-// run format() on the result, and emit() receives the predictions and their
+// Predicts the models of a file through stream_in_order: the workers parse
+// and predict each model (each prediction on `threads` threads) and run
+// format() on the result, and emit() receives the predictions and their
 // text on the calling thread in file order; start(format name) is called
 // once the file is open, before any model. Only a few models are in memory
 // at any time. A failure (a model that cannot be read or predicted) is
-// thrown after every earlier model was emitted. Returns the format name
-// ("PDB" or "mmCIF").
+// thrown after every earlier model was emitted; a file with no selected
+// model is an error. Returns the format name ("PDB" or "mmCIF").
 std::string predict_stream(
     const std::string& path, const PredictSettings& settings, const PredictionContext& context,
     int workers, int threads, const std::function<void(const std::string&)>& start,
