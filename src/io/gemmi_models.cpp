@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
+#include <limits>
 #include <unordered_map>
 
 #include "io/input_error.hpp"
@@ -44,6 +46,55 @@ InputError gemmi_error(const std::string& path, const std::string& what,
   }
   if (starts_with(message, path + ":")) return InputError(message);
   return InputError(path + ": " + message);
+}
+
+// Only the coordinates are read: the other categories of the block are
+// dropped before gemmi builds the structure (their numbers need no check,
+// and the structure builds faster).
+void keep_atom_site_only(gemmi::cif::Block& block) {
+  const auto atom_site = [](const gemmi::cif::Item& item) {
+    if (item.type == gemmi::cif::ItemType::Pair) {
+      return gemmi::istarts_with(item.pair[0], "_atom_site.");
+    }
+    return item.type == gemmi::cif::ItemType::Loop && !item.loop.tags.empty() &&
+           gemmi::istarts_with(item.loop.tags.front(), "_atom_site.");
+  };
+  // Moved into a new list: an item moved by construction keeps its line
+  // number (gemmi's assignment does not).
+  std::vector<gemmi::cif::Item> kept;
+  for (gemmi::cif::Item& item : block.items) {
+    if (atom_site(item)) kept.push_back(std::move(item));
+  }
+  block.items = std::move(kept);
+}
+
+// gemmi reads the whole-number columns of _atom_site without a range check
+// (a value beyond the range of int overflows); such a value is an error of
+// the file. The text is that of the number gemmi reads: optional blanks and
+// sign, then digits (an author residue number may end in an insertion
+// code).
+void check_atom_site_integers(gemmi::cif::Block& block, const std::string& path) {
+  for (const char* tag : {"id", "label_seq_id", "auth_seq_id", "pdbx_formal_charge"}) {
+    const std::string full = std::string("_atom_site.") + tag;
+    const gemmi::cif::Column column = block.find_values(full);
+    if (!column) continue;
+    const int line = column.item() != nullptr ? column.item()->line_number : -1;
+    for (const std::string& value : column) {
+      std::size_t i = 0;
+      while (i < value.size() && (value[i] == ' ' || value[i] == '\t')) ++i;
+      if (i < value.size() && (value[i] == '-' || value[i] == '+')) ++i;
+      while (i < value.size() && value[i] == '0') ++i;
+      std::size_t digits = 0;
+      std::int64_t magnitude = 0;
+      for (; i < value.size() && value[i] >= '0' && value[i] <= '9'; ++i, ++digits) {
+        if (digits < 12) magnitude = magnitude * 10 + (value[i] - '0');
+      }
+      if (digits > 10 || magnitude > std::numeric_limits<int>::max()) {
+        throw InputError(path + ":" + std::to_string(line) + ": " + full + " \"" + value +
+                         "\" is out of range (the loop that starts here)");
+      }
+    }
+  }
 }
 
 }  // namespace
@@ -185,6 +236,8 @@ std::vector<int> ModelConverter::load_mmcif(std::string text) {
     gemmi::cif::Document document = gemmi::cif::read_memory(text.data(), text.size(), path.c_str());
     std::string().swap(text);
     if (document.blocks.empty()) throw InputError(path + ": no data block");
+    keep_atom_site_only(document.blocks.front());
+    check_atom_site_integers(document.blocks.front(), path);
     impl_->cif = gemmi::make_structure(document);
   } catch (const InputError&) {
     throw;

@@ -669,6 +669,35 @@ TEST_F(ReaderTest, Errors) {
   EXPECT_EQ(
       error_of([&] { read_models(garbled); }).rfind(garbled + ":2: neither a fixed-column", 0), 0u);
 
+  // Whole numbers of _atom_site beyond the range of int are errors naming
+  // the column and the loop's line; other categories are not read at all.
+  const std::string loop =
+      "data_x\n_struct_conf.pdbx_PDB_helix_length 99999999999999\nloop_\n_atom_site.group_PDB\n"
+      "_atom_site.id\n_atom_site.type_symbol\n_atom_site.label_atom_id\n"
+      "_atom_site.label_alt_id\n_atom_site.label_comp_id\n_atom_site.label_asym_id\n"
+      "_atom_site.label_seq_id\n_atom_site.auth_seq_id\n_atom_site.Cartn_x\n"
+      "_atom_site.Cartn_y\n_atom_site.Cartn_z\n_atom_site.occupancy\n"
+      "_atom_site.B_iso_or_equiv\n_atom_site.pdbx_PDB_model_num\n";
+  const auto row = [](const std::string& id, const std::string& seq, const std::string& auth) {
+    return "ATOM " + id + " N N . ALA A " + seq + " " + auth + " 1.0 2.0 3.0 1.0 0.0 1\n";
+  };
+  const std::string fine =
+      write("fine.cif", loop + row("1", "1", "1") + row("2", "2", "2147483647"));
+  const std::vector<Model> in_range = read_models(fine);
+  ASSERT_EQ(in_range.size(), 1u);
+  ASSERT_EQ(in_range[0].atoms.size(), 2u);
+  EXPECT_EQ(in_range[0].atoms[1].residue_number, 2147483647);
+  const std::string big_seq = write("bigseq.cif", loop + row("1", "99999999999", "1"));
+  EXPECT_EQ(error_of([&] { read_models(big_seq); }),
+            big_seq +
+                ":3: _atom_site.label_seq_id \"99999999999\" is out of range (the loop that "
+                "starts here)");
+  const std::string big_auth = write("bigauth.cif", loop + row("1", "1", "-2147483649A"));
+  EXPECT_NE(error_of([&] { read_models(big_auth); }).find("_atom_site.auth_seq_id"),
+            std::string::npos);
+  const std::string big_id = write("bigid.cif", loop + row("000000000000012345678901", "1", "1"));
+  EXPECT_NE(error_of([&] { read_models(big_id); }).find("_atom_site.id"), std::string::npos);
+
   // mmCIF syntax errors name the file and the line.
   const std::string bad_cif = write("bad.cif", "data_x\nloop_\n_atom_site.id\n'unterminated\n");
   EXPECT_EQ(error_of([&] { read_models(bad_cif); }).rfind(bad_cif + ":", 0), 0u);
