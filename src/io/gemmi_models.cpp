@@ -90,8 +90,12 @@ void check_atom_site_integers(gemmi::cif::Block& block, const std::string& path)
         if (digits < 12) magnitude = magnitude * 10 + (value[i] - '0');
       }
       if (digits > 10 || magnitude > std::numeric_limits<int>::max()) {
-        throw InputError(path + ":" + std::to_string(line) + ": " + full + " \"" + value +
-                         "\" is out of range (the loop that starts here)");
+        std::string message = path;
+        message += ":" + std::to_string(line) + ": ";
+        message += full;
+        message += " \"" + value;
+        message += "\" is out of range (the loop that starts here)";
+        throw InputError(message);
       }
     }
   }
