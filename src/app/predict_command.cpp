@@ -1,13 +1,9 @@
 #include "app/predict_command.hpp"
 
+#include <algorithm>
 #include <cmath>
-#include <condition_variable>
-#include <deque>
-#include <exception>
 #include <map>
-#include <mutex>
 #include <string>
-#include <thread>
 #include <tuple>
 
 #include "vorn/error.hpp"
