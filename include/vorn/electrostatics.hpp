@@ -1,0 +1,72 @@
+// Electrostatics of a charged obstacle in a 1:1 salt solution: the reduced
+// potential psi = e*phi/kT of a uniformly charged plane or cylinder, in the
+// linearised (Debye-Hueckel) or the full (Poisson-Boltzmann) theory, and the
+// solution's screening lengths. Lengths are in Angstrom, the surface charge
+// density in elementary charges per nm^2, the ionic strength in mol/l and
+// the temperature in kelvin.
+#pragma once
+
+#include <vector>
+
+namespace vorn {
+
+enum class PotentialModel {
+  linear,     // Debye-Hueckel: exponential (plane), K0/K1 (cylinder)
+  nonlinear,  // Poisson-Boltzmann: Gouy-Chapman (plane), radial solve (cylinder)
+};
+
+// The charge of the obstacle and the solution around it.
+struct ObstacleCharge {
+  double charge_density = 0.0;  // sigma, e/nm^2 (negative for phage)
+  double ionic_strength = 0.15;  // mol/l, 1:1 salt
+  double temperature = 298.15;   // K
+  PotentialModel potential = PotentialModel::linear;
+};
+
+// Relative permittivity of water at `temperature` (K).
+double water_permittivity(double temperature);
+// Bjerrum length e^2 / (4 pi eps0 eps_r kT) of water, Angstrom.
+double bjerrum_length(double temperature);
+// Debye screening length of a 1:1 salt of ionic strength I (mol/l), Angstrom.
+double debye_length(double ionic_strength, double temperature);
+
+enum class ObstacleShape { plane, cylinder };
+
+// The reduced potential psi(h) at distance h >= 0 from the obstacle's
+// surface (a plane, or a cylinder of radius `radius`), tabulated once for
+// a parameter set on a uniform grid of h and interpolated; psi is taken as
+// psi(0) for h < 0 and decays to 0 far away. Immutable once built.
+class SurfacePotential {
+ public:
+  // Throws vorn::Error for a non-positive ionic strength, temperature or
+  // radius (cylinder), or a charge density that is not finite.
+  SurfacePotential(ObstacleShape shape, double radius, const ObstacleCharge& charge);
+
+  double operator()(double h) const;  // interpolated psi(h)
+  double surface() const { return values_.empty() ? 0.0 : values_.front(); }
+  double debye() const { return debye_; }
+  // The distance beyond which |psi| stays below `tolerance`.
+  double range(double tolerance) const;
+
+  // The table: psi at h = i * step, i = 0 .. size-1 (0 beyond).
+  double step() const { return step_; }
+  const std::vector<double>& values() const { return values_; }
+
+ private:
+  double step_ = 0.0;
+  double debye_ = 0.0;
+  std::vector<double> values_;
+};
+
+// Closed forms, for the tests and the tables. kappa = 1/debye length;
+// lb = Bjerrum length; sigma in e/A^2 here.
+double plane_potential_linear(double sigma, double lb, double kappa, double h);
+double plane_potential_nonlinear(double sigma, double lb, double kappa, double h);
+double cylinder_potential_linear(double sigma, double lb, double kappa, double radius, double h);
+// The nonlinear cylinder: psi on h = i * step, i = 0 .. count-1, by a
+// radial boundary-value solve of (1/r)(r psi')' = kappa^2 sinh(psi) with
+// psi'(a) = -4 pi lb sigma and psi -> 0 far away.
+std::vector<double> cylinder_potential_nonlinear(double sigma, double lb, double kappa,
+                                                 double radius, double step, int count);
+
+}  // namespace vorn
