@@ -13,6 +13,8 @@
 #include <optional>
 #include <span>
 
+#include "vorn/charges.hpp"
+#include "vorn/electrostatics.hpp"
 #include "vorn/log.hpp"
 #include "vorn/structure.hpp"
 #include "vorn/tensor.hpp"
@@ -40,12 +42,24 @@ struct Medium {
   double atom_radius = 1.4;
   double grid_spacing = 0.5;     // distance step of the position grid, Angstrom
   double order_parameter = 0.8;  // scales the predicted elements
+  // The obstacle's surface charge and the solution (unset: uncharged, the
+  // steric model alone). Used with the wall or the cylinder, not with the
+  // combined medium.
+  std::optional<ObstacleCharge> charge;
 
   // The obstacle dimension in effect.
   double obstacle() const {
     return obstacle_dimension ? *obstacle_dimension : (kind == MediumKind::phage ? 30.0 : 20.0);
   }
 };
+
+// Filamentous phage Pf1 as a charged cylinder (docs/electrostatics.md):
+// radius 33.5 A; surface charge density from the charges of one coat
+// protein subunit and its nucleotide over the subunit's 2.9 A rise.
+inline constexpr double kPf1Radius = 33.5;
+inline constexpr double kPf1ChargeDensity = -0.45;
+// The phage medium with Pf1's radius and charge.
+Medium pf1_medium();
 
 // Orientation sampling: theta bands over 0..180 degrees, phi steps per band
 // scaled by sin(theta), psi steps over 360 degrees.
@@ -84,6 +98,15 @@ class PredictionContext {
   // The same with the thread count of this call.
   SaupeElements predict_saupe(std::span<const Vec3> positions, const Medium& medium,
                               int threads) const;
+  // The same for a molecule with charges (positions in the frame of
+  // `positions`; the list may hold only the charged atoms): with a charged
+  // medium every state is weighted by exp(-U/kT) of the charges' energy in
+  // the obstacle's potential; with an uncharged medium, or no charge, the
+  // result is the steric one. Throws vorn::Error as above, and for a
+  // charged combined medium, a charge that is not finite, or energies too
+  // large for their weights.
+  SaupeElements predict_saupe(std::span<const Vec3> positions, std::span<const PointCharge> charges,
+                              const Medium& medium, int threads) const;
   // predict_saupe followed by analyze_tensor.
   AlignmentTensor predict(std::span<const Vec3> positions, const Medium& medium) const;
 

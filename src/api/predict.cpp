@@ -1,11 +1,18 @@
 #include "vorn/predict.hpp"
 
 #include <cmath>
+#include <map>
+#include <mutex>
 #include <new>
 #include <string>
+#include <tuple>
 #include <vector>
 
+#include "simulation/electrostatic_interaction.hpp"
+#include "simulation/frame.hpp"
 #include "simulation/model.hpp"
+#include "simulation/predict_fast.hpp"
+#include "simulation/weighted_model.hpp"
 #include "vorn/classic.hpp"
 #include "vorn/error.hpp"
 
@@ -51,6 +58,25 @@ void check_medium(const Medium& medium) {
   }
 }
 
+void check_charge(const Medium& medium) {
+  if (!medium.charge) return;
+  const ObstacleCharge& c = *medium.charge;
+  if (!std::isfinite(c.charge_density)) {
+    throw Error("predict: the charge density must be a finite number");
+  }
+  if (!(std::isfinite(c.ionic_strength) && c.ionic_strength > 0.0)) {
+    throw Error("predict: the ionic strength must be a positive number (got " +
+                std::to_string(c.ionic_strength) + ")");
+  }
+  if (c.charge_density != 0.0 && medium.kind == MediumKind::bicelle_and_phage) {
+    throw Error("predict: a charged obstacle needs the wall or the cylinder alone");
+  }
+}
+
+// Energies below this (kT, for the whole molecule) leave a position out of
+// the electrostatic grid.
+constexpr double kEnergyTolerance = 1e-4;
+
 void check_sampling(const Sampling& sampling) {
   if (sampling.theta < 1 || sampling.phi < 1 || sampling.psi < 1) {
     throw Error("predict: every sampling count (theta, phi, psi) must be at least 1 (got " +
@@ -65,7 +91,36 @@ struct PredictionContext::Impl {
   Sampling sampling;
   Log log;
   Orientations orientations;
+
+  // Obstacle potentials, built once per parameter set (the nonlinear
+  // cylinder is a numerical solve) and shared by every prediction.
+  using PotentialKey = std::tuple<int, double, double, double, double, int>;
+  mutable std::mutex potentials_mutex;
+  mutable std::map<PotentialKey, std::shared_ptr<const SurfacePotential>> potentials;
+
+  std::shared_ptr<const SurfacePotential> potential(ObstacleShape shape, double radius,
+                                                    const ObstacleCharge& c) const {
+    const PotentialKey key{static_cast<int>(shape), radius,        c.charge_density,
+                           c.ionic_strength,        c.temperature, static_cast<int>(c.potential)};
+    {
+      const std::lock_guard<std::mutex> lock(potentials_mutex);
+      const auto it = potentials.find(key);
+      if (it != potentials.end()) return it->second;
+    }
+    auto built = std::make_shared<const SurfacePotential>(shape, radius, c);
+    const std::lock_guard<std::mutex> lock(potentials_mutex);
+    return potentials.emplace(key, std::move(built)).first->second;
+  }
 };
+
+Medium pf1_medium() {
+  Medium m;
+  m.kind = MediumKind::phage;
+  m.obstacle_dimension = kPf1Radius;
+  m.charge = ObstacleCharge{};
+  m.charge->charge_density = kPf1ChargeDensity;
+  return m;
+}
 
 PredictionContext::PredictionContext(const Sampling& sampling, int threads, Log log)
     : threads_(threads) {
@@ -105,8 +160,15 @@ SaupeElements PredictionContext::predict_saupe(std::span<const Vec3> positions,
 
 SaupeElements PredictionContext::predict_saupe(std::span<const Vec3> positions,
                                                const Medium& medium, int threads) const {
+  return predict_saupe(positions, {}, medium, threads);
+}
+
+SaupeElements PredictionContext::predict_saupe(std::span<const Vec3> positions,
+                                               std::span<const PointCharge> charges,
+                                               const Medium& medium, int threads) const {
   if (positions.empty()) throw Error("predict: no atoms");
   check_medium(medium);
+  check_charge(medium);
   // Atoms from index 1, as the simulation takes them.
   const std::size_t n = positions.size();
   std::vector<double> x(n + 1), y(n + 1), z(n + 1);
@@ -122,14 +184,49 @@ SaupeElements PredictionContext::predict_saupe(std::span<const Vec3> positions,
   if (n > static_cast<std::size_t>(std::numeric_limits<int>::max() - 1)) {
     throw Error("predict: too many atoms for one prediction");
   }
+  bool charged = medium.charge && medium.charge->charge_density != 0.0;
+  bool any_charge = false;
+  for (const PointCharge& c : charges) {
+    if (!std::isfinite(c.charge) || !std::isfinite(c.position.x) || !std::isfinite(c.position.y) ||
+        !std::isfinite(c.position.z)) {
+      throw Error("predict: a charge or its position is not finite");
+    }
+    any_charge = any_charge || c.charge != 0.0;
+  }
+  charged = charged && any_charge;
+
   const Settings settings = settings_for(medium, impl_->sampling, impl_->log.debug);
   double saupe[5] = {};
   try {
+    // The charges move with the atoms to the atoms' centre.
+    double center[4] = {};
+    if (charged) calculate_center_mass(static_cast<int>(n), x, y, z, {}, center);
     const Placement placement =
         place_molecule(settings, static_cast<int>(n), x, y, z, ClassicLimits{}, impl_->log);
     const Scaling scaling = scaling_for(settings, placement, impl_->orientations.count);
-    simulate_placed(settings, placement, impl_->orientations, scaling, static_cast<int>(n), x, y, z,
-                    threads, saupe);
+    const int workers = threads > 0 ? threads : detail::simulation_threads();
+    if (!charged) {
+      simulate_placed(settings, placement, impl_->orientations, scaling, static_cast<int>(n), x, y,
+                      z, threads, saupe);
+    } else {
+      const detail::Obstacle obstacle = detail::obstacle_of(settings);
+      const auto potential = impl_->potential(obstacle.shape == detail::Obstacle::Shape::cylinder
+                                                  ? ObstacleShape::cylinder
+                                                  : ObstacleShape::plane,
+                                              obstacle.radius, *medium.charge);
+      std::vector<PointCharge> centred;
+      centred.reserve(charges.size());
+      for (const PointCharge& c : charges) {
+        if (c.charge == 0.0) continue;
+        centred.push_back(
+            {{c.position.x - center[1], c.position.y - center[2], c.position.z - center[3]},
+             c.charge});
+      }
+      const detail::ElectrostaticInteraction interaction(obstacle, *potential, std::move(centred),
+                                                         kEnergyTolerance);
+      detail::simulate_weighted(settings, placement, impl_->orientations, scaling,
+                                static_cast<int>(n), x, y, z, &interaction, workers, saupe);
+    }
   } catch (const std::bad_alloc&) {
     throw Error("predict: not enough memory for the position grid (grid spacing too small?)");
   } catch (const std::length_error&) {

@@ -18,6 +18,7 @@
 #include <utility>
 
 #include "core/fatal.hpp"
+#include "simulation/parallel.hpp"
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -78,29 +79,6 @@ inline float project(double d1, double d2, double d3, double x, double y, double
 }
 
 bool moderate(double v) { return std::fabs(v) <= kModerateCoordinate; }  // false for NaN
-
-// Runs fn(0) .. fn(parts-1), parts 1.. on threads of their own. A part
-// whose thread cannot be started runs here instead; every part runs once.
-template <class Fn>
-void parallel_parts(int parts, const Fn& fn) {
-  if (parts <= 1) {
-    fn(0);
-    return;
-  }
-  std::vector<std::thread> pool;
-  pool.reserve(static_cast<std::size_t>(parts - 1));
-  for (int p = 1; p < parts; ++p) {
-    try {
-      pool.emplace_back([&fn, p] { fn(p); });
-    } catch (const std::system_error&) {
-      fn(p);
-    }
-  }
-  fn(0);
-  for (std::thread& t : pool) {
-    t.join();
-  }
-}
 
 // Appends the group of the atoms idx[lo..hi) and, below it, its subgroups
 // (median splits along the longest extent at a whole number of leaves, so
@@ -1107,6 +1085,121 @@ void simulate_alignment3_fast(const Settings& settings, double max_obstruction, 
                                   tables, threads);
         });
       });
+}
+
+struct ContactRows::Scratch {
+  Workspace w;
+};
+
+struct ContactRows::Impl {
+  const AtomTree* atoms = nullptr;
+  bool cylinder = false;
+  int positions = 0;
+  // Wall
+  std::vector<float> pot_dist;
+  bool descending = true;
+  // Cylinder
+  CylinderGrid geometry;
+  int no_atoms = 0;
+  int no_pt_ph = 0;
+  const std::vector<double>* x = nullptr;
+  const std::vector<double>* y = nullptr;
+  const std::vector<double>* z = nullptr;
+  const Grid* grid_ph = nullptr;
+};
+
+ContactRows::ContactRows(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
+ContactRows::ContactRows(ContactRows&&) noexcept = default;
+ContactRows& ContactRows::operator=(ContactRows&&) noexcept = default;
+ContactRows::~ContactRows() = default;
+
+ContactRows ContactRows::wall(const AtomTree& atoms, double radius, double max_obstruction,
+                              int t_pts, const Grid& grid) {
+  auto impl = std::make_unique<Impl>();
+  impl->atoms = &atoms;
+  impl->positions = std::max(t_pts + 1, 0);
+  wall_thresholds(radius, max_obstruction, t_pts, grid, impl->pot_dist);
+  const float* pot = impl->pot_dist.data();
+  for (int k = 0; k < impl->positions; ++k) {
+    impl->descending = impl->descending && !std::isnan(pot[k]) && (k == 0 || pot[k] <= pot[k - 1]);
+  }
+  return ContactRows(std::move(impl));
+}
+
+ContactRows ContactRows::cylinder(const AtomTree& atoms, double radius2, int no_atoms,
+                                  const std::vector<double>& x, const std::vector<double>& y,
+                                  const std::vector<double>& z, int no_pt_ph, const Grid& grid_ph) {
+  auto impl = std::make_unique<Impl>();
+  impl->atoms = &atoms;
+  impl->cylinder = true;
+  impl->geometry = cylinder_grid(radius2, no_pt_ph, grid_ph);
+  impl->positions = impl->geometry.positions;
+  impl->no_atoms = no_atoms;
+  impl->no_pt_ph = no_pt_ph;
+  impl->x = &x;
+  impl->y = &y;
+  impl->z = &z;
+  impl->grid_ph = &grid_ph;
+  return ContactRows(std::move(impl));
+}
+
+int ContactRows::positions() const { return impl_->positions; }
+
+std::unique_ptr<ContactRows::Scratch> ContactRows::scratch() const {
+  auto s = std::make_unique<Scratch>();
+  Workspace& w = s->w;
+  if (impl_->cylinder) {
+    const std::size_t nodes = static_cast<std::size_t>(impl_->atoms->nodes());
+    if (impl_->geometry.bounded) {
+      w.X.resize(impl_->atoms->x.size());
+      w.Y.resize(impl_->atoms->x.size());
+      w.stamp.assign(nodes, 0);
+      w.projected.assign(nodes, 0);
+      w.pc.resize(nodes);
+      w.qc.resize(nodes);
+      w.rho.resize(nodes);
+      w.limit.resize(nodes);
+      w.oX.resize(impl_->atoms->ox.size());
+      w.oY.resize(impl_->atoms->ox.size());
+      w.olive.resize(impl_->atoms->ox.size());
+    } else {
+      w.x_temp.resize(static_cast<std::size_t>(std::max(impl_->no_atoms, 0)) + 1);
+      w.y_temp.resize(static_cast<std::size_t>(std::max(impl_->no_atoms, 0)) + 1);
+      w.allowed.resize(static_cast<std::size_t>(std::max(impl_->positions, 0)));
+    }
+  }
+  return s;
+}
+
+void ContactRows::row(Scratch& scratch, const OrientationTables& tables, int m,
+                      unsigned char* allowed) const {
+  const Impl& c = *impl_;
+  Workspace& w = scratch.w;
+  if (c.cylinder) {
+    if (c.geometry.bounded) {
+      CylinderRows(*c.atoms, c.geometry, w).row(tables, m, allowed);
+      return;
+    }
+    project_atoms(tables.eulerangle[m], c.no_atoms, *c.x, *c.y, *c.z, w.x_temp, &w.y_temp, nullptr);
+    cylinder_allowed(c.no_atoms, w.x_temp, w.y_temp, c.no_pt_ph, *c.grid_ph, c.geometry.radius2,
+                     w.allowed);
+    std::memcpy(allowed, w.allowed.data(), w.allowed.size());
+    return;
+  }
+  double x_axis[4] = {};
+  double y_axis[4] = {};
+  frame_axes_of(tables, m, x_axis, y_axis, w.trig);
+  const float* pot = c.pot_dist.data();
+  if (c.descending) {
+    const int contacts = leading_contacts(*c.atoms, x_axis, pot, c.positions, w.contact_hint);
+    std::memset(allowed, 0, static_cast<std::size_t>(contacts));
+    std::memset(allowed + contacts, 1, static_cast<std::size_t>(c.positions - contacts));
+    return;
+  }
+  const float lowest = lowest_projection_with(*c.atoms, x_axis, w.hint);
+  for (int k = 0; k < c.positions; ++k) {
+    allowed[k] = lowest <= pot[k] ? 0 : 1;
+  }
 }
 
 }  // namespace vorn::detail

@@ -24,6 +24,7 @@
 //   enter any sum.
 #pragma once
 
+#include <memory>
 #include <vector>
 
 #include "simulation/predict_direct.hpp"
@@ -131,6 +132,37 @@ PassSums cylinder_pass_fast(double radius2, int no_atoms, const std::vector<doub
                             const std::vector<double>& y, const std::vector<double>& z,
                             int no_pt_ph, int o_pts, const Grid& grid_ph,
                             const OrientationTables& tables, int threads);
+
+// The allowed positions of single orientations, decided by the same tests
+// and with the same bits as the fast passes (so a model that weights the
+// allowed states reproduces the steric sums exactly when every weight is 1).
+// One Scratch per thread; row() may run concurrently on distinct scratches.
+class ContactRows {
+ public:
+  struct Scratch;
+  // Wall at pot_dist thresholds of grid points 0..t_pts.
+  static ContactRows wall(const AtomTree& atoms, double radius, double max_obstruction, int t_pts,
+                          const Grid& grid);
+  // Cylinder of radius radius2 - atom radius about the z axis, grid points
+  // 0..no_pt_ph; x, y, z (from index 1) serve irregular grids.
+  static ContactRows cylinder(const AtomTree& atoms, double radius2, int no_atoms,
+                              const std::vector<double>& x, const std::vector<double>& y,
+                              const std::vector<double>& z, int no_pt_ph, const Grid& grid_ph);
+  ContactRows(ContactRows&&) noexcept;
+  ContactRows& operator=(ContactRows&&) noexcept;
+  ~ContactRows();
+
+  int positions() const;
+  std::unique_ptr<Scratch> scratch() const;
+  // allowed[k] = 1 where orientation m is free of contact at position k,
+  // k = 0 .. positions()-1, else 0.
+  void row(Scratch& scratch, const OrientationTables& tables, int m, unsigned char* allowed) const;
+
+ private:
+  struct Impl;
+  explicit ContactRows(std::unique_ptr<Impl> impl);
+  std::unique_ptr<Impl> impl_;
+};
 
 // simulate_alignment3 with the fast contact test and `threads` workers.
 void simulate_alignment3_fast(const Settings& settings, double max_obstruction, int no_atoms,

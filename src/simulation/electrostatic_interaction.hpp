@@ -1,0 +1,35 @@
+// Electrostatic energy of the molecule's charges in the potential of a
+// charged obstacle: U/kT = sum_i q_i psi(h_i), with psi the obstacle's
+// reduced potential and h_i the distance of charge i from its surface (the
+// molecule as test charges: its own field and dielectric boundary are
+// neglected).
+#pragma once
+
+#include <vector>
+
+#include "simulation/interaction.hpp"
+#include "vorn/charges.hpp"
+#include "vorn/electrostatics.hpp"
+
+namespace vorn::detail {
+
+class ElectrostaticInteraction : public Interaction {
+ public:
+  // charges: positions in the centred molecular frame; `tolerance` (kT):
+  // the energy below which a position counts as out of reach.
+  ElectrostaticInteraction(const Obstacle& obstacle, const SurfacePotential& potential,
+                           std::vector<PointCharge> charges, double tolerance);
+
+  double reach() const override { return reach_; }
+  std::unique_ptr<Scratch> scratch() const override;
+  void add_energy(const OrientationFrame& frame, std::span<const double> centre, double* energy,
+                  Scratch& scratch) const override;
+
+ private:
+  Obstacle obstacle_;
+  const SurfacePotential& potential_;
+  std::vector<double> qx_, qy_, qz_, q_;
+  double reach_ = 0.0;
+};
+
+}  // namespace vorn::detail
