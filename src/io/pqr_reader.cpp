@@ -202,7 +202,10 @@ std::string read_file(const std::string& path) {
       std::string what = code == Z_ERRNO ? std::strerror(errno) : std::string(message);
       // zlib names the file in front of its own message.
       if (what.rfind(path + ": ", 0) == 0) what.erase(0, path.size() + 2);
-      throw InputError(path + ": read error: " + what);
+      std::string message = path;
+      message += ": read error: ";
+      message += what;
+      throw InputError(message);
     }
     if (n == 0) break;
     text.append(buffer.data(), static_cast<size_t>(n));
