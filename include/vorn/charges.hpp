@@ -51,11 +51,10 @@ double group_charge(const IonisableGroup& group, double ph);
 // Residues are told apart by (chain, residue number, insertion code); the
 // termini are the N of the first and the O/OXT of the last residue with a
 // CA atom in each chain (O alone where there is no OXT; CHARMM's OT1/OT2
-// too). A Cys whose SG lies
-// within 2.5 A of another SG is a disulfide and carries nothing; a
-// nucleotide without OP1/OP2 (a 5' end without phosphate) neither.
-// Hydrogens carry no charge. Throws vorn::Error for a pH that is not a
-// number in 0..14.
+// too). A Cys whose SG lies within 2.5 A of another SG is a disulfide and
+// carries nothing; a nucleotide without OP1/OP2 (a 5' end without
+// phosphate) neither. Hydrogens carry no charge. Throws vorn::Error for a
+// pH that is not a number in 0..14.
 AtomCharges titration_charges(std::span<const Atom> atoms, double ph);
 
 }  // namespace vorn
