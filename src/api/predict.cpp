@@ -78,7 +78,7 @@ void check_charge(const Medium& medium) {
 constexpr double kEnergyTolerance = 1e-2;
 // The electrostatic energy is computed exactly at positions this many per
 // Debye length and interpolated in between (0: at every position).
-constexpr double kNodesPerDebyeLength = 4;
+constexpr double kNodesPerDebyeLength = 3.5;
 
 void check_sampling(const Sampling& sampling) {
   if (sampling.theta < 1 || sampling.phi < 1 || sampling.psi < 1) {
