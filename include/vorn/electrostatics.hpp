@@ -17,17 +17,19 @@ enum class PotentialModel {
 
 // The charge of the obstacle and the solution around it.
 struct ObstacleCharge {
-  double charge_density = 0.0;  // sigma, e/nm^2 (negative for phage)
+  double charge_density = 0.0;   // sigma, e/nm^2 (negative for phage)
   double ionic_strength = 0.15;  // mol/l, 1:1 salt
   double temperature = 298.15;   // K
   PotentialModel potential = PotentialModel::linear;
 };
 
-// Relative permittivity of water at `temperature` (K).
+// Relative permittivity of water at `temperature` (K), Malmberg & Maryott
+// (1956); throws vorn::Error outside 273.15..373.15 K.
 double water_permittivity(double temperature);
 // Bjerrum length e^2 / (4 pi eps0 eps_r kT) of water, Angstrom.
 double bjerrum_length(double temperature);
-// Debye screening length of a 1:1 salt of ionic strength I (mol/l), Angstrom.
+// Debye screening length of a 1:1 salt of ionic strength I (mol/l), Angstrom;
+// throws vorn::Error for I <= 0 or not finite.
 double debye_length(double ionic_strength, double temperature);
 
 enum class ObstacleShape { plane, cylinder };
@@ -35,11 +37,16 @@ enum class ObstacleShape { plane, cylinder };
 // The reduced potential psi(h) at distance h >= 0 from the obstacle's
 // surface (a plane, or a cylinder of radius `radius`), tabulated once for
 // a parameter set on a uniform grid of h and interpolated; psi is taken as
-// psi(0) for h < 0 and decays to 0 far away. Immutable once built.
+// psi(0) for h < 0 and decays to 0 far away. The step is at most 0.05 A and
+// debye/200, finer where the surface curvature of psi needs it for linear
+// interpolation to stay within about 1e-5 of psi(0); the table ends at the
+// first point where |psi| < 1e-9 max(1, |psi(0)|). A zero charge gives an
+// empty table. Immutable once built.
 class SurfacePotential {
  public:
-  // Throws vorn::Error for a non-positive ionic strength, temperature or
-  // radius (cylinder), or a charge density that is not finite.
+  // Throws vorn::Error for a non-positive ionic strength, a temperature
+  // outside 273.15..373.15 K, a radius that is not positive and finite
+  // (cylinder; the plane ignores it), or a charge density that is not finite.
   SurfacePotential(ObstacleShape shape, double radius, const ObstacleCharge& charge);
 
   double operator()(double h) const;  // interpolated psi(h)
@@ -50,10 +57,12 @@ class SurfacePotential {
 
   // The table: psi at h = i * step, i = 0 .. size-1 (0 beyond).
   double step() const { return step_; }
+  double inverse_step() const { return inverse_step_; }  // 1 / step(), for lookups
   const std::vector<double>& values() const { return values_; }
 
  private:
   double step_ = 0.0;
+  double inverse_step_ = 0.0;
   double debye_ = 0.0;
   std::vector<double> values_;
 };
@@ -65,7 +74,9 @@ double plane_potential_nonlinear(double sigma, double lb, double kappa, double h
 double cylinder_potential_linear(double sigma, double lb, double kappa, double radius, double h);
 // The nonlinear cylinder: psi on h = i * step, i = 0 .. count-1, by a
 // radial boundary-value solve of (1/r)(r psi')' = kappa^2 sinh(psi) with
-// psi'(a) = -4 pi lb sigma and psi -> 0 far away.
+// psi'(a) = -4 pi lb sigma and psi -> 0 far away. Throws vorn::Error for a
+// non-positive lb, kappa, radius or step, a negative count, a sigma that is
+// not finite, or a solve that does not converge.
 std::vector<double> cylinder_potential_nonlinear(double sigma, double lb, double kappa,
                                                  double radius, double step, int count);
 

@@ -75,7 +75,10 @@ void check_charge(const Medium& medium) {
 
 // Energies below this (kT, for the whole molecule) leave a position out of
 // the electrostatic grid.
-constexpr double kEnergyTolerance = 1e-4;
+constexpr double kEnergyTolerance = 1e-2;
+// The electrostatic energy is computed exactly at positions this many per
+// Debye length and interpolated in between (0: at every position).
+constexpr double kNodesPerDebyeLength = 4;
 
 void check_sampling(const Sampling& sampling) {
   if (sampling.theta < 1 || sampling.phi < 1 || sampling.psi < 1) {
@@ -222,8 +225,10 @@ SaupeElements PredictionContext::predict_saupe(std::span<const Vec3> positions,
             {{c.position.x - center[1], c.position.y - center[2], c.position.z - center[3]},
              c.charge});
       }
-      const detail::ElectrostaticInteraction interaction(obstacle, *potential, std::move(centred),
-                                                         kEnergyTolerance);
+      detail::ElectrostaticInteraction interaction(
+          obstacle, *potential, std::move(centred), kEnergyTolerance,
+          kNodesPerDebyeLength > 0 ? potential->debye() / kNodesPerDebyeLength : 0.0);
+      interaction.set_grid_step(medium.grid_spacing);
       detail::simulate_weighted(settings, placement, impl_->orientations, scaling,
                                 static_cast<int>(n), x, y, z, &interaction, workers, saupe);
     }

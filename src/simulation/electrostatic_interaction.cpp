@@ -8,7 +8,7 @@ namespace vorn::detail {
 namespace {
 
 struct ProjectionScratch : Interaction::Scratch {
-  std::vector<double> p, s;
+  std::vector<double> p, s, node;
 };
 
 }  // namespace
@@ -16,8 +16,8 @@ struct ProjectionScratch : Interaction::Scratch {
 ElectrostaticInteraction::ElectrostaticInteraction(const Obstacle& obstacle,
                                                    const SurfacePotential& potential,
                                                    std::vector<PointCharge> charges,
-                                                   double tolerance)
-    : obstacle_(obstacle), potential_(potential) {
+                                                   double tolerance, double node_spacing)
+    : obstacle_(obstacle), potential_(potential), node_spacing_(node_spacing) {
   double total = 0.0;
   double farthest = 0.0;
   for (const PointCharge& c : charges) {
@@ -37,6 +37,22 @@ ElectrostaticInteraction::ElectrostaticInteraction(const Obstacle& obstacle,
   reach_ = total > 0.0 && potential_.surface() != 0.0
                ? potential_.range(tolerance / total) + farthest
                : 0.0;
+  tolerance_ = tolerance;
+  for (const double q : q_) abs_q_.push_back(std::fabs(q));
+  // The table with its slopes, padded with zeros: an index clamped to the
+  // last entry reads 0 (beyond the potential's range).
+  const std::vector<double>& values = potential_.values();
+  table_.assign(values.begin(), values.end());
+  table_.push_back(0.0);
+  table_.push_back(0.0);
+  slope_.resize(table_.size());
+  for (std::size_t j = 0; j + 1 < table_.size(); ++j) slope_[j] = table_[j + 1] - table_[j];
+  slope_.back() = 0.0;
+  inverse_step_ = potential_.step() > 0.0 ? 1.0 / potential_.step() : 0.0;
+}
+
+void ElectrostaticInteraction::set_grid_step(double step) {
+  stride_ = step > 0.0 && node_spacing_ > step ? static_cast<int>(node_spacing_ / step) : 1;
 }
 
 std::unique_ptr<Interaction::Scratch> ElectrostaticInteraction::scratch() const {
@@ -57,30 +73,75 @@ void ElectrostaticInteraction::add_energy(const OrientationFrame& frame,
     w.p[i] = X[0] * qx_[i] + X[1] * qy_[i] + X[2] * qz_[i];
     w.s[i] = Y[0] * qx_[i] + Y[1] * qy_[i] + Y[2] * qz_[i];
   }
-  const std::vector<double>& table = potential_.values();
-  const double inverse_step = 1.0 / potential_.step();
-  const double top = static_cast<double>(table.size()) - 1.0;
-  const auto psi = [&](double h) {
-    const double t = std::max(h * inverse_step, 0.0);
-    if (!(t < top)) return 0.0;
-    const auto j = static_cast<std::size_t>(t);
-    const double f = t - static_cast<double>(j);
-    return table[j] + f * (table[j + 1] - table[j]);
-  };
+  const double* table = table_.data();
+  const double* slope = slope_.data();
+  const double top = static_cast<double>(table_.size() - 1);
+  const double inverse_step = inverse_step_;
   const bool cylinder = obstacle_.shape == Obstacle::Shape::cylinder;
   const double radius = obstacle_.radius;
-  for (std::size_t k = 0; k < centre.size(); ++k) {
-    const double c = centre[k];
+  const double* q = q_.data();
+  const double* aq = abs_q_.data();
+  const double* p = w.p.data();
+  const double* s2 = w.s.data();
+  if (cylinder) {
+    for (std::size_t i = 0; i < n; ++i) w.s[i] = w.s[i] * w.s[i];
+  }
+  // The energy at centre distance c and, in `bound`, the same sum with
+  // |q|: psi has one sign, so |bound| bounds the energy here and at every
+  // farther position (each charge then lies farther out, where |psi| is
+  // smaller).
+  const auto energy_at = [&](double c, double& bound) {
     double u = 0.0;
-    if (cylinder) {
-      for (std::size_t i = 0; i < n; ++i) {
-        const double dx = c + w.p[i];
-        u += q_[i] * psi(std::sqrt(dx * dx + w.s[i] * w.s[i]) - radius);
-      }
-    } else {
-      for (std::size_t i = 0; i < n; ++i) u += q_[i] * psi(c + w.p[i]);
+    double b = 0.0;
+    for (std::size_t i = 0; i < n; ++i) {
+      const double dx = c + p[i];
+      const double h = cylinder ? std::sqrt(dx * dx + s2[i]) - radius : dx;
+      const double t = std::min(std::max(h * inverse_step, 0.0), top);
+      const auto j = static_cast<std::size_t>(t);
+      const double v = table[j] + (t - static_cast<double>(j)) * slope[j];
+      u += q[i] * v;
+      b += aq[i] * v;
     }
-    energy[k] += u;
+    bound = b;
+    return u;
+  };
+  const int positions = static_cast<int>(centre.size());
+  const int stride = stride_;
+  const int nodes = positions > 0 ? (positions - 1 + stride - 1) / stride + 1 : 0;
+  double bound = 0.0;
+  if (stride <= 1 || nodes < 4) {
+    for (int k = 0; k < positions; ++k) {
+      energy[k] += energy_at(centre[k], bound);
+      if (std::fabs(bound) < tolerance_) break;
+    }
+    return;
+  }
+  // The energy is a smooth function of the centre's distance on the scale of
+  // the Debye length: exact at every stride-th position (the grid is
+  // uniform), cubic through the four nearest of those in between.
+  const double step = centre[1] - centre[0];
+  w.node.resize(static_cast<std::size_t>(nodes));
+  bool negligible = false;
+  for (int j = 0; j < nodes; ++j) {
+    double& u = w.node[static_cast<std::size_t>(j)];
+    u = negligible ? 0.0 : energy_at(centre[0] + j * stride * step, bound);
+    negligible = negligible || std::fabs(bound) < tolerance_;
+  }
+  for (int k = 0; k < positions; ++k) {
+    const int j = k / stride;
+    if (k == j * stride) {
+      energy[k] += w.node[static_cast<std::size_t>(j)];
+      continue;
+    }
+    const int j0 = std::clamp(j - 1, 0, nodes - 4);
+    const double t = static_cast<double>(k) / stride - j0;  // in 0..3
+    const double* u = w.node.data() + j0;
+    // Lagrange weights of nodes 0, 1, 2, 3 at t.
+    const double l0 = -(t - 1.0) * (t - 2.0) * (t - 3.0) / 6.0;
+    const double l1 = t * (t - 2.0) * (t - 3.0) / 2.0;
+    const double l2 = -t * (t - 1.0) * (t - 3.0) / 2.0;
+    const double l3 = t * (t - 1.0) * (t - 2.0) / 6.0;
+    energy[k] += l0 * u[0] + l1 * u[1] + l2 * u[2] + l3 * u[3];
   }
 }
 

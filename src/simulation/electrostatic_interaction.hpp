@@ -16,9 +16,15 @@ namespace vorn::detail {
 class ElectrostaticInteraction : public Interaction {
  public:
   // charges: positions in the centred molecular frame; `tolerance` (kT):
-  // the energy below which a position counts as out of reach.
+  // the energy below which a position counts as out of reach;
+  // `node_spacing` (A): the energy is computed exactly at positions about
+  // this far apart and interpolated (cubic) in between; 0: at every
+  // position.
   ElectrostaticInteraction(const Obstacle& obstacle, const SurfacePotential& potential,
-                           std::vector<PointCharge> charges, double tolerance);
+                           std::vector<PointCharge> charges, double tolerance,
+                           double node_spacing = 0.0);
+  // Sets the grid step, from which the node stride follows.
+  void set_grid_step(double step);
 
   double reach() const override { return reach_; }
   std::unique_ptr<Scratch> scratch() const override;
@@ -28,8 +34,13 @@ class ElectrostaticInteraction : public Interaction {
  private:
   Obstacle obstacle_;
   const SurfacePotential& potential_;
-  std::vector<double> qx_, qy_, qz_, q_;
+  std::vector<double> qx_, qy_, qz_, q_, abs_q_;
+  std::vector<double> table_, slope_;
+  double inverse_step_ = 0.0;
+  double tolerance_ = 0.0;
   double reach_ = 0.0;
+  double node_spacing_ = 0.0;
+  int stride_ = 1;
 };
 
 }  // namespace vorn::detail

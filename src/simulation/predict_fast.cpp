@@ -1118,6 +1118,7 @@ ContactRows ContactRows::wall(const AtomTree& atoms, double radius, double max_o
   auto impl = std::make_unique<Impl>();
   impl->atoms = &atoms;
   impl->positions = std::max(t_pts + 1, 0);
+  impl->pot_dist.resize(static_cast<std::size_t>(impl->positions));
   wall_thresholds(radius, max_obstruction, t_pts, grid, impl->pot_dist);
   const float* pot = impl->pot_dist.data();
   for (int k = 0; k < impl->positions; ++k) {
@@ -1145,8 +1146,10 @@ ContactRows ContactRows::cylinder(const AtomTree& atoms, double radius2, int no_
 
 int ContactRows::positions() const { return impl_->positions; }
 
-std::unique_ptr<ContactRows::Scratch> ContactRows::scratch() const {
-  auto s = std::make_unique<Scratch>();
+void ContactRows::ScratchDeleter::operator()(Scratch* scratch) const { delete scratch; }
+
+ContactRows::ScratchPtr ContactRows::scratch() const {
+  ScratchPtr s(new Scratch);
   Workspace& w = s->w;
   if (impl_->cylinder) {
     const std::size_t nodes = static_cast<std::size_t>(impl_->atoms->nodes());

@@ -140,6 +140,10 @@ PassSums cylinder_pass_fast(double radius2, int no_atoms, const std::vector<doub
 class ContactRows {
  public:
   struct Scratch;
+  struct ScratchDeleter {
+    void operator()(Scratch* scratch) const;
+  };
+  using ScratchPtr = std::unique_ptr<Scratch, ScratchDeleter>;
   // Wall at pot_dist thresholds of grid points 0..t_pts.
   static ContactRows wall(const AtomTree& atoms, double radius, double max_obstruction, int t_pts,
                           const Grid& grid);
@@ -153,7 +157,7 @@ class ContactRows {
   ~ContactRows();
 
   int positions() const;
-  std::unique_ptr<Scratch> scratch() const;
+  ScratchPtr scratch() const;
   // allowed[k] = 1 where orientation m is free of contact at position k,
   // k = 0 .. positions()-1, else 0.
   void row(Scratch& scratch, const OrientationTables& tables, int m, unsigned char* allowed) const;

@@ -83,7 +83,7 @@ WeightedSums weighted_sums(const Settings& settings, const Placement& placement,
   std::vector<long long> T(static_cast<std::size_t>(positions), 0);
 
   threads = std::max(threads, 1);
-  std::vector<std::unique_ptr<ContactRows::Scratch>> contact_scratch;
+  std::vector<ContactRows::ScratchPtr> contact_scratch;
   std::vector<std::unique_ptr<Interaction::Scratch>> interaction_scratch;
   for (int t = 0; t < threads; ++t) {
     contact_scratch.push_back(contact.scratch());
@@ -129,7 +129,7 @@ WeightedSums weighted_sums(const Settings& settings, const Placement& placement,
             interaction->add_energy(frame, centre, energy.data(), *interaction_scratch[part]);
             bool finite = true;
             for (int k = 0; k < positions; ++k) {
-              const double e = std::exp(-energy[k]);
+              const double e = energy[k] == 0.0 ? 1.0 : std::exp(-energy[k]);
               finite = finite && std::isfinite(e);
               w[k] = allowed[k] != 0 ? e : 0.0;
             }

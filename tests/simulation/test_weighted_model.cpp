@@ -60,7 +60,7 @@ Settings medium_settings(int liquid_type, double obstacle, double radius, int th
   return s;
 }
 
-struct Run {
+struct Prepared {
   Settings settings;
   Atoms atoms;
   Placement placement;
@@ -68,8 +68,8 @@ struct Run {
   Scaling scaling;
 };
 
-Run prepare(const Settings& settings, Atoms atoms) {
-  Run r{settings, std::move(atoms), {}, {}, {}};
+Prepared prepare(const Settings& settings, Atoms atoms) {
+  Prepared r{settings, std::move(atoms), {}, {}, {}};
   const Log log;
   r.orientations = sample_orientations(settings, ClassicLimits{}, log);
   r.placement = place_molecule(settings, r.atoms.count(), r.atoms.x, r.atoms.y, r.atoms.z,
@@ -96,8 +96,8 @@ class NoEnergy : public detail::Interaction {
 
 TEST(WeightedModel, ZeroEnergyGivesTheStericElements) {
   for (const int liquid : {1, 2}) {
-    const Run r = prepare(medium_settings(liquid, liquid == 1 ? 20.0 : 30.0, 3.0, 9, 18, 18),
-                          ubiquitin_heavy());
+    const Prepared r = prepare(medium_settings(liquid, liquid == 1 ? 20.0 : 30.0, 3.0, 9, 18, 18),
+                               ubiquitin_heavy());
     double steric[5] = {};
     simulate_placed(r.settings, r.placement, r.orientations, r.scaling, r.atoms.count(), r.atoms.x,
                     r.atoms.y, r.atoms.z, 2, steric);
@@ -114,24 +114,28 @@ TEST(WeightedModel, ZeroEnergyGivesTheStericElements) {
             << "medium " << liquid << " element " << e;
       }
     }
-    // The reaching interaction did extend the grid.
+    // The reaching interaction extends the grid to 40 A from the surface.
     const detail::WeightedSums wide =
         detail::weighted_sums(r.settings, r.placement, r.orientations, r.scaling, r.atoms.count(),
                               r.atoms.x, r.atoms.y, r.atoms.z, &none, 1);
-    EXPECT_GT(wide.positions,
-              (liquid == 1 ? r.placement.no_grid : r.placement.no_grid_ph) + 1 + 40);
+    const Grid& grid = liquid == 1 ? r.placement.grid : r.placement.grid_ph;
+    const double first = grid[0][1] - r.settings.max_obs_dim;
+    EXPECT_EQ(wide.positions,
+              static_cast<int>(std::floor((40.0 - first) / r.settings.grid_spacing)) + 1);
+    EXPECT_GT(wide.positions, (liquid == 1 ? r.placement.no_grid : r.placement.no_grid_ph) + 1);
     EXPECT_EQ(wide.excess, 0.0);
   }
 }
 
 TEST(WeightedModel, ThreadCountsGiveTheSameBits) {
-  const Run r = prepare(medium_settings(2, 33.5, 3.0, 9, 18, 18), ubiquitin_heavy());
+  const Prepared r = prepare(medium_settings(2, 33.5, 3.0, 9, 18, 18), ubiquitin_heavy());
   ObstacleCharge c;
   c.charge_density = -0.4;
   const SurfacePotential potential(ObstacleShape::cylinder, 33.5, c);
   std::vector<PointCharge> charges;
   for (int i = 1; i <= r.atoms.count(); i += 23) {
-    charges.push_back({{r.atoms.x[i], r.atoms.y[i], r.atoms.z[i]}, i % 2 == 0 ? 0.5 : -1.0});
+    charges.push_back(
+        PointCharge{Vec3{r.atoms.x[i], r.atoms.y[i], r.atoms.z[i]}, i % 2 == 0 ? 0.5 : -1.0});
   }
   const detail::ElectrostaticInteraction interaction(detail::obstacle_of(r.settings), potential,
                                                      charges, 1e-4);
@@ -157,12 +161,13 @@ TEST(WeightedModel, PointChargeAtAWallMatchesQuadrature) {
   Atoms one;
   one.add(0.0, 0.0, 0.0);
   const double radius = 3.0;
-  const Run r = prepare(medium_settings(1, 20.0, radius, 36, 72, 72), one);
+  const Prepared r = prepare(medium_settings(1, 20.0, radius, 36, 72, 72), one);
   ObstacleCharge c;
   c.charge_density = -0.2;
   c.ionic_strength = 0.1;
   const SurfacePotential potential(ObstacleShape::plane, 0.0, c);
-  const double q = 2.0, b = 6.0;
+  // b below the contact radius: the charge never reaches the wall.
+  const double q = 2.0, b = 2.5;
   const detail::ElectrostaticInteraction interaction(detail::obstacle_of(r.settings), potential,
                                                      {{{0.0, 0.0, b}, q}}, 1e-6);
   const detail::WeightedSums sums = detail::weighted_sums(
@@ -231,9 +236,9 @@ TEST(WeightedModel, PointChargeAtAWallMatchesQuadrature) {
 TEST(WeightedModel, HugeCylinderGivesTheWall) {
   const double big = 1.0e5;
   Atoms atoms = ubiquitin_heavy();
-  const Run wall = prepare(medium_settings(1, 20.0, 3.0, 9, 18, 18), atoms);
+  const Prepared wall = prepare(medium_settings(1, 20.0, 3.0, 9, 18, 18), atoms);
   Settings cs = medium_settings(2, big, 3.0, 9, 18, 18);
-  const Run cylinder = prepare(cs, atoms);
+  const Prepared cylinder = prepare(cs, atoms);
   ObstacleCharge c;
   c.charge_density = -0.3;
   const SurfacePotential plane(ObstacleShape::plane, 0.0, c);
