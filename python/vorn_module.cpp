@@ -116,10 +116,53 @@ Selection parse_selection(const std::string& text) {
   throw py::value_error("select must be 'surface', 'heavy' or 'all' (got '" + text + "')");
 }
 
-vorn::MediumKind parse_medium(const std::string& text) {
-  if (const auto k = vorn::app::parse_medium(text)) return *k;
-  throw py::value_error("medium must be 'bicelle', 'phage' or 'bicelle+phage' (got '" + text +
-                        "')");
+// The medium and the charged obstacle as keyword arguments (None where
+// the argument's default is the preset's or the model's own).
+struct MediumArguments {
+  std::string medium = "bicelle";
+  std::optional<double> charge_density;
+  double ionic_strength = vorn::ObstacleCharge{}.ionic_strength;
+  double ph = vorn::app::PredictSettings{}.ph;
+  double temperature = vorn::ObstacleCharge{}.temperature;
+  std::optional<std::string> potential;
+  std::optional<double> obstacle_radius;
+  py::object charges = py::none();  // a PQR file
+};
+
+// Applies the medium arguments to the settings with the checks of the
+// command line; raises ValueError naming the argument.
+void apply_medium(vorn::app::PredictSettings& s, const MediumArguments& a) {
+  vorn::app::MediumOptions o;
+  o.medium = a.medium;
+  o.charge_density = a.charge_density;
+  o.ionic_strength = a.ionic_strength;
+  o.ph = a.ph;
+  o.temperature = a.temperature;
+  if (a.potential) {
+    o.potential = vorn::app::parse_potential(*a.potential);
+    if (!o.potential) {
+      throw py::value_error("potential must be 'linear' or 'nonlinear' (got '" + *a.potential +
+                            "')");
+    }
+  }
+  o.obstacle_radius = a.obstacle_radius;
+  if (!a.charges.is_none()) o.charges_file = path_text(a.charges);
+  try {
+    vorn::app::apply_medium_options(s, o, [](const std::string& name) { return name; });
+  } catch (const vorn::app::OptionError& e) {
+    throw py::value_error(e.option() + ": " + e.what());
+  }
+  if (s.charges_file.empty()) return;
+  if (!vorn::app::is_charged(s.medium)) {
+    if (PyErr_WarnEx(PyExc_UserWarning,
+                     "the molecule's charges have no effect with an uncharged obstacle (use "
+                     "medium='pf1' or charge_density)",
+                     1) != 0) {
+      throw py::error_already_set();
+    }
+    return;
+  }
+  require_readable(s.charges_file);
 }
 
 // None, one model number, a list such as "1,3-5", or an iterable of numbers.
@@ -214,7 +257,7 @@ int parse_threads(const std::optional<int>& threads) {
 }
 
 // The medium of the Python arguments, before the atom radius rule.
-vorn::app::PredictSettings predict_settings(const std::string& medium, double concentration,
+vorn::app::PredictSettings predict_settings(const MediumArguments& medium, double concentration,
                                             double molar_ratio,
                                             const std::optional<double>& obstacle_dimension,
                                             const std::optional<double>& atom_radius,
@@ -222,10 +265,10 @@ vorn::app::PredictSettings predict_settings(const std::string& medium, double co
                                             const py::object& sampling,
                                             const std::optional<int>& threads) {
   vorn::app::PredictSettings s;
-  s.medium.kind = parse_medium(medium);
   s.medium.concentration = concentration;
   s.medium.molar_ratio = molar_ratio;
   s.medium.obstacle_dimension = obstacle_dimension;
+  apply_medium(s, medium);
   if (atom_radius) {
     s.atom_radius_given = true;
     s.medium.atom_radius = *atom_radius;
@@ -398,14 +441,26 @@ Job structure_job(const StructurePtr& s, const std::optional<std::string>& selec
   return job;
 }
 
+// A tensor predicted in a charged medium, with the molecule's charge.
+struct ChargedTensor : AlignmentTensor {
+  double net_charge = 0.0;
+  int charged_groups = 0;
+};
+
 py::object predict(const py::object& input, const std::string& medium, double concentration,
                    double molar_ratio, const std::optional<double>& obstacle_dimension,
                    const std::optional<double>& atom_radius, double grid_spacing,
                    double order_parameter, const py::object& sampling,
-                   const std::optional<std::string>& select, const std::optional<int>& threads) {
+                   const std::optional<std::string>& select, const std::optional<int>& threads,
+                   const std::optional<double>& charge_density, double ionic_strength, double ph,
+                   double temperature, const std::optional<std::string>& potential,
+                   const std::optional<double>& obstacle_radius, const py::object& charges) {
+  const MediumArguments medium_arguments{medium,      charge_density, ionic_strength,  ph,
+                                         temperature, potential,      obstacle_radius, charges};
   vorn::app::PredictSettings settings =
-      predict_settings(medium, concentration, molar_ratio, obstacle_dimension, atom_radius,
-                       grid_spacing, order_parameter, sampling, threads);
+      predict_settings(medium_arguments, concentration, molar_ratio, obstacle_dimension,
+                       atom_radius, grid_spacing, order_parameter, sampling, threads);
+  const bool charged = vorn::app::is_charged(settings.medium);
   const Selection array_selection = select ? parse_selection(*select) : Selection::surface;
 
   std::vector<Job> jobs;
@@ -454,14 +509,23 @@ py::object predict(const py::object& input, const std::string& medium, double co
   } else {
     throw py::type_error(std::string(kExpectedInput) + ", got " + type_name(input));
   }
+  if (charged) {
+    for (const Job& job : jobs) {
+      if (job.structure) continue;
+      throw py::value_error(
+          (job.label.empty() ? std::string("coordinates") : job.label) +
+          ": an array holds no residues to take charges from; a charged medium needs "
+          "Structures (vorn.read_structure)");
+    }
+  }
 
-  std::vector<AlignmentTensor> tensors;
+  std::vector<ChargedTensor> tensors;
   {
     py::gil_scoped_release release;
+    vorn::app::read_charges(settings);
     const vorn::PredictionContext context(settings.sampling, settings.threads);
     for (Job& job : jobs) {
       settings.selection = job.selection;
-      const vorn::Medium m = vorn::app::effective_medium(settings);
       std::span<const Vec3> points = job.points;
       if (job.structure) {
         if (job.reselect) {
@@ -479,16 +543,32 @@ py::object predict(const py::object& input, const std::string& medium, double co
         }
       }
       try {
-        tensors.push_back(vorn::analyze_tensor(context.predict_saupe(points, m)));
+        ChargedTensor t;
+        if (job.structure) {
+          const vorn::app::ModelSaupe p = vorn::app::predict_model_saupe(
+              points, job.structure->atoms, settings, context, context.threads(),
+              job.structure->model, job.structure->file);
+          static_cast<AlignmentTensor&>(t) = vorn::analyze_tensor(p.saupe);
+          t.net_charge = p.net_charge;
+          t.charged_groups = p.charged_groups;
+        } else {
+          static_cast<AlignmentTensor&>(t) = vorn::analyze_tensor(
+              context.predict_saupe(points, vorn::app::effective_medium(settings)));
+        }
+        tensors.push_back(std::move(t));
       } catch (const vorn::Error& e) {
         if (job.label.empty()) throw;
         throw vorn::Error(job.label + ": " + e.what());
       }
     }
   }
-  if (!several) return py::cast(tensors.front());
+  // A Tensor in an uncharged medium, a ChargedTensor in a charged one.
+  const auto result = [&](const ChargedTensor& t) {
+    return charged ? py::cast(t) : py::cast(static_cast<const AlignmentTensor&>(t));
+  };
+  if (!several) return result(tensors.front());
   py::list list;
-  for (const AlignmentTensor& t : tensors) list.append(py::cast(t));
+  for (const ChargedTensor& t : tensors) list.append(result(t));
   return list;
 }
 
@@ -669,9 +749,18 @@ FitResult convert_set(const vorn::app::SetFit& s, const vorn::app::FitResult& al
 
   if (s.prediction) {
     const vorn::app::PredictionComparison& p = *s.prediction;
-    r.prediction = py::dict("tensor"_a = py::cast(p.tensor), "r"_a = p.r, "q"_a = p.q,
-                            "slope"_a = p.slope, "axis_angle_deg"_a = p.axis_angle_deg,
-                            "predicted_hz"_a = vector_array(p.predicted_hz));
+    py::dict prediction("tensor"_a = py::cast(p.tensor), "r"_a = p.r, "q"_a = p.q,
+                        "slope"_a = p.slope, "axis_angle_deg"_a = p.axis_angle_deg,
+                        "predicted_hz"_a = vector_array(p.predicted_hz));
+    if (!p.charges.empty()) {
+      py::list charges;
+      for (const vorn::app::ModelCharge& c : p.charges) {
+        charges.append(py::dict("model"_a = c.model, "net_charge"_a = c.net_charge,
+                                "charged_groups"_a = c.charged_groups));
+      }
+      prediction["charges"] = charges;
+    }
+    r.prediction = prediction;
   }
   return r;
 }
@@ -711,7 +800,10 @@ std::vector<FitResult> fit(
     const std::string& medium, double concentration, double molar_ratio,
     const std::optional<double>& obstacle_dimension, const std::optional<double>& atom_radius,
     double grid_spacing, double order_parameter, const py::object& sampling,
-    const std::optional<int>& threads) {
+    const std::optional<int>& threads, const std::optional<double>& charge_density,
+    double ionic_strength, double ph, double temperature,
+    const std::optional<std::string>& potential, const std::optional<double>& obstacle_radius,
+    const py::object& charges) {
   vorn::app::FitSettings s;
   s.structure = path_text(structure_path);
   s.couplings = path_text(couplings_path);
@@ -749,8 +841,10 @@ std::vector<FitResult> fit(
   s.predict = predict;
 
   vorn::app::PredictSettings& common = s.common;
-  common = predict_settings(medium, concentration, molar_ratio, obstacle_dimension, atom_radius,
-                            grid_spacing, order_parameter, sampling, threads);
+  const MediumArguments medium_arguments{medium,      charge_density, ionic_strength,  ph,
+                                         temperature, potential,      obstacle_radius, charges};
+  common = predict_settings(medium_arguments, concentration, molar_ratio, obstacle_dimension,
+                            atom_radius, grid_spacing, order_parameter, sampling, threads);
   common.read = read_options(models, exclude, keep_hydrogens, chains, altloc, hetatm);
   common.input_format = parse_input_format(format);
   common.selection = parse_selection(select);
@@ -833,6 +927,22 @@ attributes are new NumPy float64 arrays on every access.
           "(alpha, beta, gamma) in degrees (shape (4, 3)).")
       .def("__repr__", [](const AlignmentTensor& t) {
         return "vorn.Tensor(da_hz=" + fixed(t.da_hz, 4) + ", rhombicity=" + fixed(t.rhombicity, 4) +
+               ")";
+      });
+
+  py::class_<ChargedTensor, AlignmentTensor>(
+      m, "ChargedTensor", R"doc(An alignment tensor predicted in a charged medium (vorn.predict with
+medium="pf1" or a charge_density): a Tensor with the charge of the molecule
+that was weighed in the obstacle's potential.
+)doc")
+      .def_readonly("net_charge", &ChargedTensor::net_charge,
+                    "Net charge of the molecule, e (the titration's or the PQR file's).")
+      .def_readonly("charged_groups", &ChargedTensor::charged_groups,
+                    "Number of charged groups (ionisable groups found by the titration, or "
+                    "residues carrying charge in the PQR file).")
+      .def("__repr__", [](const ChargedTensor& t) {
+        return "vorn.ChargedTensor(da_hz=" + fixed(t.da_hz, 4) +
+               ", rhombicity=" + fixed(t.rhombicity, 4) + ", net_charge=" + fixed(t.net_charge, 2) +
                ")";
       });
 
@@ -995,8 +1105,9 @@ fields of `vorn fit --format json`.
           "calculated", [](const FitResult& r) { return r.couplings["calculated_hz"]; },
           "Back-calculated couplings of the fitted tensor, Hz (couplings['calculated_hz']).")
       .def_readonly("prediction", &FitResult::prediction,
-                    "None, or with predict=True a dict: tensor (the steric prediction, averaged "
-                    "over the models), r, q, slope, axis_angle_deg and predicted_hz.")
+                    "None, or with predict=True a dict: tensor (the prediction, averaged over the "
+                    "models), r, q, slope, axis_angle_deg and predicted_hz; in a charged medium "
+                    "also charges, one dict per model: model, net_charge, charged_groups.")
       .def_readonly("structure_format", &FitResult::structure_format, "'PDB' or 'mmCIF'.")
       .def_readonly("couplings_format", &FitResult::couplings_format,
                     "'classic', 'xplor' or 'table'.")
@@ -1033,11 +1144,15 @@ Raises FileNotFoundError/OSError for a missing or unreadable file and
 ValueError for a bad file or option.
 )doc");
 
+  const vorn::ObstacleCharge charge_defaults;
   m.def("predict", &predict, "structure_or_coordinates"_a, "medium"_a = "bicelle",
         "concentration"_a = 0.05, "molar_ratio"_a = 3.0, "obstacle_dimension"_a = py::none(),
         "atom_radius"_a = py::none(), "grid_spacing"_a = 0.5, "order_parameter"_a = 0.8,
         "sampling"_a = py::make_tuple(9, 18, 18), "select"_a = py::none(), "threads"_a = py::none(),
-        R"doc(Predict the steric alignment tensor, as `vorn predict` does.
+        "charge_density"_a = py::none(), "ionic_strength"_a = charge_defaults.ionic_strength,
+        "ph"_a = vorn::app::PredictSettings{}.ph, "temperature"_a = charge_defaults.temperature,
+        "potential"_a = py::none(), "obstacle_radius"_a = py::none(), "charges"_a = py::none(),
+        R"doc(Predict the alignment tensor, as `vorn predict` does.
 
 structure_or_coordinates
     a Structure (its steric-model coordinates are used), a float64 NumPy
@@ -1046,7 +1161,8 @@ structure_or_coordinates
     of shape (n_models, n_atoms, 3). One model gives one Tensor, several a
     list of Tensors. Arrays of any strides are accepted; other dtypes raise
     TypeError, other shapes ValueError.
-medium              "bicelle", "phage" or "bicelle+phage"
+medium              "bicelle", "phage", "bicelle+phage", or "pf1": the phage
+                    with Pf1's radius and surface charge
 concentration       lipid or phage, g/ml
 molar_ratio         long- to short-chain lipid (bicelles)
 obstacle_dimension  bicelle thickness or phage diameter, Angstrom
@@ -1061,6 +1177,22 @@ select              None: a Structure's own selection, "surface" for arrays
                     Structure another selection re-selects its atoms
 threads             worker threads (None: VORN_THREADS or all cores); the
                     result does not depend on it
+
+A charged obstacle (medium="pf1", or charge_density with "bicelle" or
+"phage") weighs every state by the energy of the molecule's charges in the
+obstacle's potential; the molecule must then be given as Structures.
+charge_density      surface charge of the obstacle, e/nm^2 (None: 0, or
+                    Pf1's with "pf1"); 0 leaves the obstacle uncharged
+ionic_strength      1:1 salt, mol/l (> 0)
+ph                  pH of the titration of the molecule's residues (0..14)
+temperature         K (273.15..373.15)
+potential           "linear" (Debye-Hueckel) or "nonlinear" (Poisson-
+                    Boltzmann); None: linear
+obstacle_radius     radius of the cylinder ("phage", "pf1"), Angstrom
+charges             a PQR file whose charges replace the titration
+
+In a charged medium the result is a ChargedTensor (a Tensor with the
+molecule's net_charge and charged_groups). Bad values raise ValueError.
 
 The orientation tables are built once per call; the models are predicted
 one after the other, each on all worker threads, with the GIL released.
@@ -1103,7 +1235,10 @@ missing or unreadable file.
         "format"_a = py::none(), "medium"_a = "bicelle", "concentration"_a = 0.05,
         "molar_ratio"_a = 3.0, "obstacle_dimension"_a = py::none(), "atom_radius"_a = py::none(),
         "grid_spacing"_a = 0.5, "order_parameter"_a = 0.8, "sampling"_a = py::make_tuple(9, 18, 18),
-        "threads"_a = py::none(),
+        "threads"_a = py::none(), "charge_density"_a = py::none(),
+        "ionic_strength"_a = charge_defaults.ionic_strength,
+        "ph"_a = vorn::app::PredictSettings{}.ph, "temperature"_a = charge_defaults.temperature,
+        "potential"_a = py::none(), "obstacle_radius"_a = py::none(), "charges"_a = py::none(),
         R"doc(Fit the alignment tensor to measured couplings, as `vorn fit` does (the same
 code path), and return one FitResult per coupling set (per model and set
 with mode="per-model").
@@ -1122,7 +1257,7 @@ predict         add the steric prediction (medium ... threads, select)
 models ... format         reading of the structure, as in read_structure
 couplings_format, lenient reading of the couplings, as in read_couplings
 bond_lengths    "standard" or "structure"
-medium ... threads        the steric model of predict=True, as in predict
+medium ... charges        the model of predict=True, as in predict
 
 Raises FileNotFoundError/OSError for a missing file, ValueError for bad
 input (with FILE:LINE where a line is at fault).

@@ -11,6 +11,8 @@ The same engine as the `vorn` command line, from Python:
 
     tensors = vorn.predict(models)                      # every model
     tensors = vorn.predict(coordinates)                 # (n, 3) or (m, n, 3) float64
+    charged = vorn.predict(models[0], medium="pf1")     # charged phage: a ChargedTensor
+    print(charged.da_hz, charged.net_charge)
 
     sets = vorn.read_couplings("ubq.dc")                # measured couplings
     [result] = vorn.fit("1d3z.cif.gz", "ubq.dc", errors="montecarlo")
@@ -25,6 +27,7 @@ an array of the wrong dtype raises TypeError.
 """
 
 from ._vorn import (
+    ChargedTensor,
     CouplingSet,
     FitResult,
     Structure,
@@ -38,6 +41,7 @@ from ._vorn import (
 )
 
 __all__ = [
+    "ChargedTensor",
     "CouplingSet",
     "FitResult",
     "Structure",

@@ -269,10 +269,17 @@ PredictionComparison compare_prediction(const SetFit& set,
   return p;
 }
 
+// A model's prediction with --predict.
+struct ModelPredicted {
+  SaupeElements saupe{};
+  ModelCharge charge;  // with a charged medium
+};
+
 // Everything one group of models (one model, or the ensemble) contributes.
 struct Group {
   std::vector<int> models;
   std::vector<SaupeElements> predicted;  // one per model with --predict
+  std::vector<ModelCharge> charges;      // one per model with a charged medium
   // Per set, per coupling: the sum of the design rows over the models.
   std::vector<std::vector<ResolvedCoupling>> sets;
   std::vector<std::vector<bool>> present;  // coupling resolved in every model so far
@@ -281,7 +288,7 @@ struct Group {
 // Adds a model's couplings (and its predicted tensor, with --predict) to the
 // group.
 void add_model(Group& g, const io::Model& model, const io::CouplingFile& file, const FitSettings& s,
-               const std::optional<SaupeElements>& predicted) {
+               const std::optional<ModelPredicted>& predicted) {
   g.models.push_back(model.number);
   const ModelIndex index(model.atoms);
   if (g.sets.empty()) {
@@ -331,7 +338,10 @@ void add_model(Group& g, const io::Model& model, const io::CouplingFile& file, c
       if (predicted) r.model_rows.push_back(row);
     }
   }
-  if (predicted) g.predicted.push_back(*predicted);
+  if (predicted) {
+    g.predicted.push_back(predicted->saupe);
+    if (is_charged(s.common.medium)) g.charges.push_back(predicted->charge);
+  }
 }
 
 void finish_group(Group& g, const io::CouplingFile& file, const FitSettings& s, FitResult& result) {
@@ -353,7 +363,10 @@ void finish_group(Group& g, const io::CouplingFile& file, const FitSettings& s, 
       set.couplings.push_back(std::move(r));
     }
     fit_set(set, s);
-    if (!g.predicted.empty()) set.prediction = compare_prediction(set, g.predicted);
+    if (!g.predicted.empty()) {
+      set.prediction = compare_prediction(set, g.predicted);
+      set.prediction->charges = g.charges;
+    }
     result.sets.push_back(std::move(set));
   }
 }
@@ -402,17 +415,18 @@ FitResult run_fit(const FitSettings& s) {
   const int threads = s.common.threads > 0 ? s.common.threads : cores;
   std::optional<PredictionContext> context;
   ThreadPlan plan{threads, 1};
+  PredictSettings common = s.common;
   if (s.predict) {
     context.emplace(s.common.sampling, threads);
     plan = plan_threads(*context, threads);
+    read_charges(common);
   }
-  const Medium medium = effective_medium(s.common);
 
   // The models stream through the workers (parsed there, and predicted with
   // --predict); their couplings are added in file order on this thread.
   struct Read {
     io::Model model;
-    std::optional<SaupeElements> predicted;
+    std::optional<ModelPredicted> predicted;
   };
   Group group;
   int models_read = 0;
@@ -421,8 +435,10 @@ FitResult run_fit(const FitSettings& s) {
       [&](io::Model&& model) {
         Read r;
         if (context) {
-          r.predicted = context->predict_saupe(steric_atoms(model.atoms, s.common), medium,
-                                               plan.per_prediction);
+          const ModelSaupe p =
+              predict_model_saupe(steric_atoms(model.atoms, common), model.atoms, common, *context,
+                                  plan.per_prediction, model.number, s.structure);
+          r.predicted = ModelPredicted{p.saupe, {model.number, p.net_charge, p.charged_groups}};
         }
         r.model = std::move(model);
         return r;

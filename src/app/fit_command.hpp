@@ -45,12 +45,20 @@ struct ResolvedCoupling {
   std::vector<DesignRow> model_rows;  // per model, for the prediction (ensemble)
 };
 
+// The charge of one model of a prediction in a charged medium.
+struct ModelCharge {
+  int model = 0;
+  double net_charge = 0.0;  // e
+  int charged_groups = 0;
+};
+
 struct PredictionComparison {
   SaupeElements saupe{};
   AlignmentTensor tensor;
   std::vector<double> predicted_hz;  // one per coupling
   double r = 0.0, q = 0.0, slope = 0.0;
-  double axis_angle_deg = 0.0;  // between the predicted and fitted principal z axes
+  double axis_angle_deg = 0.0;       // between the predicted and fitted principal z axes
+  std::vector<ModelCharge> charges;  // per model, with a charged medium
 };
 
 struct SetFit {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <sstream>
 #include <string>
 #include <tuple>
 
@@ -44,6 +45,169 @@ std::optional<MediumKind> parse_medium(std::string_view name) {
   for (const MediumKind k : {MediumKind::bicelle, MediumKind::phage, MediumKind::bicelle_and_phage})
     if (name == medium_name(k)) return k;
   return std::nullopt;
+}
+
+const char* potential_name(PotentialModel model) {
+  switch (model) {
+    case PotentialModel::linear:
+      return "linear";
+    case PotentialModel::nonlinear:
+      return "nonlinear";
+  }
+  return "";
+}
+
+std::optional<PotentialModel> parse_potential(std::string_view name) {
+  for (const PotentialModel m : {PotentialModel::linear, PotentialModel::nonlinear})
+    if (name == potential_name(m)) return m;
+  return std::nullopt;
+}
+
+namespace {
+
+// A value as the messages show it: "-1", "15", "0.15", "nan".
+std::string value_text(double value) {
+  std::ostringstream text;
+  text << value;
+  return text.str();
+}
+
+}  // namespace
+
+void apply_medium_options(PredictSettings& s, const MediumOptions& o,
+                          const std::function<std::string(const std::string&)>& name) {
+  const bool pf1 = o.medium == "pf1";
+  const std::optional<MediumKind> kind = pf1 ? MediumKind::phage : parse_medium(o.medium);
+  if (!kind) {
+    throw OptionError("medium",
+                      "must be bicelle, phage, bicelle+phage or pf1 (got '" + o.medium + "')");
+  }
+  if (o.charge_density && !std::isfinite(*o.charge_density)) {
+    throw OptionError("charge_density", "must be a finite number of e/nm^2 (got " +
+                                            value_text(*o.charge_density) + ")");
+  }
+  if (o.ionic_strength && !(std::isfinite(*o.ionic_strength) && *o.ionic_strength > 0.0)) {
+    throw OptionError("ionic_strength", "must be a positive number of mol/l (got " +
+                                            value_text(*o.ionic_strength) + ")");
+  }
+  if (o.ph && !(*o.ph >= 0.0 && *o.ph <= 14.0)) {
+    throw OptionError("ph", "must be 0 to 14 (got " + value_text(*o.ph) + ")");
+  }
+  if (o.temperature && !(*o.temperature >= 273.15 && *o.temperature <= 373.15)) {
+    throw OptionError("temperature",
+                      "must be 273.15 to 373.15 K (got " + value_text(*o.temperature) + ")");
+  }
+  if (o.obstacle_radius && !(std::isfinite(*o.obstacle_radius) && *o.obstacle_radius > 0.0)) {
+    throw OptionError("obstacle_radius", "must be a positive number of Angstrom (got " +
+                                             value_text(*o.obstacle_radius) + ")");
+  }
+  if (o.charge_density && *kind == MediumKind::bicelle_and_phage) {
+    throw OptionError("charge_density",
+                      "a charged obstacle needs " + name("medium") + " bicelle, phage or pf1");
+  }
+  if (o.obstacle_radius && *kind != MediumKind::phage) {
+    throw OptionError("obstacle_radius", "applies to the cylinder (phage, pf1)");
+  }
+  if (o.obstacle_radius && s.medium.obstacle_dimension) {
+    throw OptionError("obstacle_radius",
+                      "is the cylinder's " + name("obstacle_dimension") + ": give one of them");
+  }
+
+  s.medium.kind = *kind;
+  s.medium_label = pf1 ? "pf1" : "";
+  std::optional<ObstacleCharge> charge;
+  if (pf1) {
+    const Medium preset = pf1_medium();
+    charge = preset.charge;
+    if (!s.medium.obstacle_dimension) s.medium.obstacle_dimension = preset.obstacle_dimension;
+  }
+  if (o.charge_density) {
+    if (!charge) charge = ObstacleCharge{};
+    charge->charge_density = *o.charge_density;
+  }
+  if (charge) {
+    if (o.ionic_strength) charge->ionic_strength = *o.ionic_strength;
+    if (o.temperature) charge->temperature = *o.temperature;
+    if (o.potential) charge->potential = *o.potential;
+    if (charge->charge_density == 0.0) charge.reset();
+  }
+  s.medium.charge = charge;
+  if (o.obstacle_radius) s.medium.obstacle_dimension = *o.obstacle_radius;
+  if (o.ph) s.ph = *o.ph;
+  if (o.charges_file) s.charges_file = *o.charges_file;
+}
+
+bool is_charged(const Medium& medium) {
+  return medium.charge && medium.charge->charge_density != 0.0;
+}
+
+std::string medium_label(const PredictSettings& settings) {
+  return settings.medium_label.empty() ? medium_name(settings.medium.kind) : settings.medium_label;
+}
+
+void read_charges(PredictSettings& s) {
+  if (!is_charged(s.medium) || s.charges_file.empty() || s.pqr_atoms) return;
+  s.pqr_atoms = std::make_shared<const std::vector<io::PqrAtom>>(io::read_pqr(s.charges_file));
+}
+
+namespace {
+
+// The charges of a model, with the model named in a message about them.
+AtomCharges charges_of(std::span<const Atom> atoms, const PredictSettings& s, int model,
+                       const std::string& path) {
+  try {
+    return model_charges(atoms, s);
+  } catch (const InputError& e) {
+    throw InputError(std::string(e.what()) + " (model " + std::to_string(model) + " of " + path +
+                     ")");
+  }
+}
+
+}  // namespace
+
+void prepare_charges(PredictSettings& s, std::span<const std::string> structures) {
+  read_charges(s);
+  if (!s.pqr_atoms) return;
+  // The models as the prediction reads them: every atom, all the models.
+  ReadOptions read = s.read;
+  read.keep_hydrogens = true;
+  read.stride = 1;
+  read.offset = 0;
+  for (const std::string& path : structures) {
+    StructureReader reader(path, read, s.input_format);
+    Model model;
+    if (reader.next(model)) charges_of(model.atoms, s, model.number, path);
+  }
+}
+
+AtomCharges model_charges(std::span<const Atom> atoms, const PredictSettings& s) {
+  if (s.charges_file.empty()) return titration_charges(atoms, s.ph);
+  if (s.pqr_atoms) return io::charges_from_pqr(atoms, *s.pqr_atoms, s.charges_file);
+  return io::charges_from_pqr(atoms, io::read_pqr(s.charges_file), s.charges_file);
+}
+
+ModelSaupe predict_model_saupe(std::span<const Vec3> steric, std::span<const Atom> atoms,
+                               const PredictSettings& settings, const PredictionContext& context,
+                               int threads, int model, const std::string& path) {
+  const Medium medium = effective_medium(settings);
+  ModelSaupe result;
+  if (!is_charged(medium)) {
+    result.saupe = context.predict_saupe(steric, medium, threads);
+    return result;
+  }
+  const AtomCharges charges = charges_of(atoms, settings, model, path);
+  if (charges.charge.size() != atoms.size()) {
+    throw Error("predict: " + std::to_string(charges.charge.size()) + " charges for " +
+                std::to_string(atoms.size()) + " atoms");
+  }
+  std::vector<PointCharge> points;
+  for (std::size_t i = 0; i < atoms.size(); ++i) {
+    if (charges.charge[i] != 0.0) points.push_back({atoms[i].position, charges.charge[i]});
+  }
+  result.saupe = context.predict_saupe(steric, points, medium, threads);
+  result.net_charge = charges.net_charge;
+  result.charged_groups = charges.charged_groups;
+  return result;
 }
 
 std::vector<Vec3> steric_atoms(const std::vector<Atom>& atoms, const PredictSettings& s) {
@@ -91,7 +255,11 @@ ModelPrediction predict_model(const Model& model, const PredictSettings& setting
   m.model = model.number;
   m.atoms_read = static_cast<int>(model.atoms.size());
   m.atoms_used = static_cast<int>(atoms.size());
-  m.tensor = analyze_tensor(context.predict_saupe(atoms, effective_medium(settings), threads));
+  const ModelSaupe saupe =
+      predict_model_saupe(atoms, model.atoms, settings, context, threads, model.number, path);
+  m.tensor = analyze_tensor(saupe.saupe);
+  m.net_charge = saupe.net_charge;
+  m.charged_groups = saupe.charged_groups;
   const BackboneSites sites = backbone_sites(model.atoms);
   m.built_hydrogens = sites.built_hydrogens;
   m.couplings.reserve(sites.sites.size());
@@ -120,6 +288,13 @@ std::string predict_stream(
   // decides whether they enter the steric model.
   ReadOptions read = settings.read;
   read.keep_hydrogens = true;
+  // A PQR file not read before is read once here, not once per model.
+  std::optional<PredictSettings> with_charges;
+  if (is_charged(settings.medium) && !settings.charges_file.empty() && !settings.pqr_atoms) {
+    with_charges.emplace(settings);
+    read_charges(*with_charges);
+  }
+  const PredictSettings& used = with_charges ? *with_charges : settings;
   StructureReader reader(path, read, settings.input_format);
   std::string format_name = reader.format_name();
   if (start) start(format_name);
@@ -128,7 +303,7 @@ std::string predict_stream(
       reader, workers,
       [&](Model&& model) {
         Done done;
-        done.first = predict_model(model, settings, context, threads, path);
+        done.first = predict_model(model, used, context, threads, path);
         if (format) done.second = format(done.first);
         return done;
       },

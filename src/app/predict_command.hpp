@@ -9,8 +9,11 @@
 #include <exception>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -18,8 +21,11 @@
 #include <utility>
 #include <vector>
 
+#include "io/pqr_reader.hpp"
 #include "io/structure_reader.hpp"
+#include "vorn/charges.hpp"
 #include "vorn/couplings.hpp"
+#include "vorn/electrostatics.hpp"
 #include "vorn/predict.hpp"
 #include "vorn/statistics.hpp"
 #include "vorn/tensor.hpp"
@@ -44,7 +50,17 @@ struct PredictSettings {
   ReadOptions read;  // read.keep_hydrogens: hydrogens take part in the steric model
   Selection selection = Selection::surface;
   Medium medium;
+  // The medium's name in the reports: "pf1" for that preset; empty: the
+  // name of medium.kind.
+  std::string medium_label;
   bool atom_radius_given = false;  // else the classic rule: 1.4 surface, 3.0 otherwise
+  // The molecule's charges, used with a charged medium: the titration of
+  // every atom of the model at `ph`, or the charges of a PQR file.
+  double ph = 7.0;
+  std::string charges_file;  // PQR; empty: titration
+  // The atoms of charges_file once read (read_charges), shared by copies of
+  // the settings; read at the first model when not read before.
+  std::shared_ptr<const std::vector<io::PqrAtom>> pqr_atoms;
   Sampling sampling;
   int threads = 0;
   OutputFormat output_format = OutputFormat::text;
@@ -65,6 +81,10 @@ struct ModelPrediction {
   AlignmentTensor tensor;
   std::vector<PredictedCoupling> couplings;
   int built_hydrogens = 0;
+  // With a charged medium: the molecule's net charge (e) and its charged
+  // groups (AtomCharges); zero otherwise.
+  double net_charge = 0.0;
+  int charged_groups = 0;
 };
 
 struct EnsembleCoupling {
@@ -95,6 +115,83 @@ const char* selection_name(Selection selection);
 std::optional<Selection> parse_selection(std::string_view name);
 const char* medium_name(MediumKind kind);
 std::optional<MediumKind> parse_medium(std::string_view name);
+
+// "linear", "nonlinear"; nothing for any other text.
+const char* potential_name(PotentialModel model);
+std::optional<PotentialModel> parse_potential(std::string_view name);
+
+// The medium as the front ends take it: a name (bicelle, phage,
+// bicelle+phage, or pf1: the phage with Pf1's radius and charge) and the
+// options of a charged obstacle, each unset where not given (then the
+// preset's value or the default of ObstacleCharge and PredictSettings).
+struct MediumOptions {
+  std::string medium = "bicelle";
+  std::optional<double> charge_density;  // e/nm^2
+  std::optional<double> ionic_strength;  // mol/l
+  std::optional<double> ph;              // 0..14
+  std::optional<double> temperature;     // K
+  std::optional<PotentialModel> potential;
+  std::optional<double> obstacle_radius;  // the cylinder's, Angstrom
+  std::optional<std::string> charges_file;
+};
+
+// A bad medium option: `option` names it as the Python bindings do
+// ("ionic_strength"); what() says what is wrong without the name.
+class OptionError : public std::runtime_error {
+ public:
+  OptionError(std::string option, const std::string& message)
+      : std::runtime_error(message), option_(std::move(option)) {}
+  const std::string& option() const { return option_; }
+
+ private:
+  std::string option_;
+};
+
+// Sets the medium kind, the obstacle's charge, the radius, pH and charge
+// source of `settings` (the other medium values are left as they are).
+// A zero charge density leaves the medium uncharged. `name` turns an
+// option's Python name into the front end's own for the messages ("--ph").
+// Throws OptionError for an unknown medium or potential, a value out of
+// range (charge density not finite, ionic strength not positive, pH
+// outside 0..14, temperature outside 273.15..373.15 K, radius not
+// positive), a charge with bicelle+phage, or a radius without a cylinder
+// or beside an obstacle dimension already set.
+void apply_medium_options(PredictSettings& settings, const MediumOptions& options,
+                          const std::function<std::string(const std::string&)>& name);
+
+// True when the medium's obstacle carries a charge (set and not zero).
+bool is_charged(const Medium& medium);
+
+// The medium's name in the reports: the label, else the kind's name.
+std::string medium_label(const PredictSettings& settings);
+
+// Reads the PQR file of the settings once, when the medium is charged and
+// one is named (else does nothing). Throws InputError.
+void read_charges(PredictSettings& settings);
+
+// read_charges, then the charges matched against the first selected model
+// of each of `structures`, so that a PQR file that does not fit them fails
+// before anything is written. Throws InputError.
+void prepare_charges(PredictSettings& settings, std::span<const std::string> structures);
+
+// The charges of a model's atoms (all of them, hydrogens included) by the
+// settings: the PQR file's, or the titration at the settings' pH. Throws
+// InputError or vorn::Error.
+AtomCharges model_charges(std::span<const Atom> atoms, const PredictSettings& settings);
+
+// The Saupe elements of one model: the steric model of `steric` (its atoms
+// by the selection rule), weighted with a charged medium by the energy of
+// the charges of `atoms` (every atom of the model, same frame), with the
+// molecule's net charge and charged groups then. `model` and `path` name
+// the model in messages.
+struct ModelSaupe {
+  SaupeElements saupe{};
+  double net_charge = 0.0;
+  int charged_groups = 0;
+};
+ModelSaupe predict_model_saupe(std::span<const Vec3> steric, std::span<const Atom> atoms,
+                               const PredictSettings& settings, const PredictionContext& context,
+                               int threads, int model, const std::string& path);
 
 // The atoms of the steric model by the selection rule (hydrogens only with
 // keep_hydrogens or the "all" selection; surface: the classic rule).

@@ -6,6 +6,8 @@
 #include <malloc.h>
 #endif
 
+#include <fmt/format.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
@@ -83,6 +85,15 @@ struct OptionText {
   std::string selection = "surface";
   std::string format = "text";
   double atom_radius = 0.0;
+  // The charged obstacle: the defaults shown in the help; the options
+  // given are told by their count.
+  double charge_density = 0.0;
+  double ionic_strength = ObstacleCharge{}.ionic_strength;
+  double ph = PredictSettings{}.ph;
+  double temperature = ObstacleCharge{}.temperature;
+  double obstacle_radius = 0.0;
+  std::string potential = potential_name(ObstacleCharge{}.potential);
+  std::string charges;
 };
 
 void add_reading_options(CLI::App& cmd, PredictSettings& s, OptionText& t) {
@@ -104,14 +115,49 @@ void add_reading_options(CLI::App& cmd, PredictSettings& s, OptionText& t) {
       ->group(group);
 }
 
-void add_model_options(CLI::App& cmd, PredictSettings& s, OptionText& t, const char* group) {
+// The obstacle's charge and the molecule's: values are checked after
+// parsing (apply_medium_options), with the medium they go with.
+void add_charge_options(CLI::App& cmd, OptionText& t, const char* group) {
+  cmd.add_option("--charge-density", t.charge_density,
+                 fmt::format("surface charge of the obstacle, e/nm^2 (default: 0, {:g} with pf1)",
+                             kPf1ChargeDensity))
+      ->group(group);
+  cmd.add_option("--ionic-strength", t.ionic_strength, "1:1 salt, mol/l")
+      ->group(group)
+      ->capture_default_str();
+  cmd.add_option("--ph", t.ph, "pH of the titration of the molecule's charges")
+      ->group(group)
+      ->capture_default_str();
+  cmd.add_option("--temperature", t.temperature, "K")->group(group)->capture_default_str();
+  Medium phage;
+  phage.kind = MediumKind::phage;
+  cmd.add_option(
+         "--obstacle-radius", t.obstacle_radius,
+         fmt::format("radius of the cylinder (phage, pf1), A (default: {:g} phage, {:g} pf1)",
+                     phage.obstacle(), kPf1Radius))
+      ->group(group)
+      ->excludes("--obstacle-dimension");
+  cmd.add_option("--potential", t.potential,
+                 "linear (Debye-Hueckel) or nonlinear (Poisson-Boltzmann)")
+      ->group(group)
+      ->check(CLI::IsMember({"linear", "nonlinear"}))
+      ->capture_default_str();
+  cmd.add_option("--charges", t.charges,
+                 "charges of the molecule from a PQR file (default: titration of its residues)")
+      ->group(group)
+      ->type_name("FILE.pqr");
+}
+
+void add_model_options(CLI::App& cmd, PredictSettings& s, OptionText& t, const char* group,
+                       const char* charge_group) {
   cmd.add_option("--select", t.selection, "atoms of the steric model: surface, heavy or all")
       ->group(group)
       ->check(CLI::IsMember({"surface", "heavy", "all"}))
       ->capture_default_str();
-  cmd.add_option("--medium", t.medium, "bicelle, phage or bicelle+phage")
+  cmd.add_option("--medium", t.medium,
+                 "bicelle, phage, bicelle+phage, or pf1 (the phage with Pf1's radius and charge)")
       ->group(group)
-      ->check(CLI::IsMember({"bicelle", "phage", "bicelle+phage"}))
+      ->check(CLI::IsMember({"bicelle", "phage", "bicelle+phage", "pf1"}))
       ->capture_default_str();
   cmd.add_option("--concentration", s.medium.concentration, "lipid or phage, g/ml")
       ->group(group)
@@ -125,6 +171,7 @@ void add_model_options(CLI::App& cmd, PredictSettings& s, OptionText& t, const c
                  "bicelle thickness or phage diameter, A (default: 20 bicelle, 30 phage)")
       ->group(group)
       ->check(CLI::PositiveNumber);
+  add_charge_options(cmd, t, charge_group);
   cmd.add_option("--atom-radius", t.atom_radius,
                  "contact radius of an atom, A (default: 1.4 with surface, else 3.0)")
       ->group(group)
@@ -168,6 +215,44 @@ Sampling parse_sampling(const std::string& text) {
   return s;
 }
 
+// An option of the command line by its name in the bindings:
+// "ionic_strength" -> "--ionic-strength".
+std::string option_name(const std::string& name) {
+  std::string text = "--" + name;
+  std::replace(text.begin(), text.end(), '_', '-');
+  return text;
+}
+
+// The medium and its charge from the options given.
+void finish_medium(const CLI::App& cmd, const OptionText& t, PredictSettings& s) {
+  MediumOptions m;
+  m.medium = t.medium;
+  const auto given = [&](const char* option) { return cmd.count(option) > 0; };
+  if (given("--charge-density")) m.charge_density = t.charge_density;
+  if (given("--ionic-strength")) m.ionic_strength = t.ionic_strength;
+  if (given("--ph")) m.ph = t.ph;
+  if (given("--temperature")) m.temperature = t.temperature;
+  if (given("--obstacle-radius")) m.obstacle_radius = t.obstacle_radius;
+  // Checked against the names by the option's IsMember.
+  if (given("--potential")) m.potential = parse_potential(t.potential);
+  if (given("--charges")) m.charges_file = t.charges;
+  try {
+    apply_medium_options(s, m, option_name);
+  } catch (const OptionError& e) {
+    throw CLI::ValidationError(option_name(e.option()), e.what());
+  }
+}
+
+// True when options about the molecule's charges were given for a medium
+// that has none.
+bool charges_unused(const CLI::App& cmd, const PredictSettings& s) {
+  if (is_charged(s.medium)) return false;
+  for (const char* option :
+       {"--charges", "--ph", "--ionic-strength", "--potential", "--temperature"})
+    if (cmd.count(option) > 0) return true;
+  return false;
+}
+
 // The parsed option texts into the settings; throws CLI::ValidationError.
 void finish_options(const CLI::App& cmd, const OptionText& t, PredictSettings& s) {
   s.sampling = parse_sampling(t.sampling);
@@ -177,8 +262,8 @@ void finish_options(const CLI::App& cmd, const OptionText& t, PredictSettings& s
     }
     s.read.altloc = t.altloc[0];
   }
-  // Both checked against the same names by the option's IsMember.
-  s.medium.kind = parse_medium(t.medium).value_or(MediumKind::bicelle);
+  finish_medium(cmd, t, s);
+  // Checked against the same names by the option's IsMember.
   s.selection = parse_selection(t.selection).value_or(Selection::surface);
   s.output_format = t.format == "json"  ? OutputFormat::json
                     : t.format == "csv" ? OutputFormat::csv
@@ -238,6 +323,8 @@ int run_predict_command(PredictSettings& s) {
     std::ifstream probe(file, std::ios::binary);
     if (!probe) throw InputError(file + ": cannot open: " + std::strerror(errno));
   }
+  // So is the PQR file, and it must fit the structures.
+  prepare_charges(s, s.files);
   const int cores = std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
   const int threads = s.threads > 0 ? s.threads : cores;
   const PredictionContext context(s.sampling, threads);
@@ -320,7 +407,7 @@ int run_cli(int argc, char** argv, const CommandRunners& runners, const FrontEnd
       ->required()
       ->type_name("FILE");
   add_reading_options(*predict, predict_settings, predict_text);
-  add_model_options(*predict, predict_settings, predict_text, "Steric model");
+  add_model_options(*predict, predict_settings, predict_text, "Steric model", "Charged obstacle");
   add_output_options(*predict, predict_settings, predict_text);
 
   FitSettings fit_settings;
@@ -382,7 +469,8 @@ int run_cli(int argc, char** argv, const CommandRunners& runners, const FrontEnd
   fit->add_flag("--predict", fit_settings.predict,
                 "add the steric prediction (medium options below) beside the fit")
       ->group(fit_group);
-  add_model_options(*fit, fit_settings.common, fit_text, "Steric prediction (--predict)");
+  add_model_options(*fit, fit_settings.common, fit_text, "Steric prediction (--predict)",
+                    "Charged obstacle (--predict)");
   add_output_options(*fit, fit_settings.common, fit_text);
   fit->add_option("--plot", fit_settings.plot_file, "correlation plot: FILE.svg, .pdf or .png")
       ->group("Output");
@@ -410,6 +498,15 @@ int run_cli(int argc, char** argv, const CommandRunners& runners, const FrontEnd
     return status == 0 ? 0 : kMisuse;
   }
   const char* program = front.program.c_str();
+  const bool unused = predict->parsed() ? charges_unused(*predict, predict_settings)
+                                        : fit->parsed() && fit_settings.predict &&
+                                              charges_unused(*fit, fit_settings.common);
+  if (unused && front.print_messages) {
+    std::fprintf(stderr,
+                 "%s: warning: the molecule's charges have no effect with an uncharged obstacle "
+                 "(use --medium pf1 or --charge-density)\n",
+                 program);
+  }
   if (!predict->parsed() && !fit->parsed()) {
     if (front.print_messages) {
       std::fprintf(stderr,

@@ -120,6 +120,15 @@ json set_json(const SetFit& s, const FitSettings& settings) {
                        {"q", p.q},
                        {"slope", p.slope},
                        {"axis_angle_deg", p.axis_angle_deg}};
+    if (!p.charges.empty()) {
+      json charges = json::array();
+      for (const ModelCharge& c : p.charges) {
+        charges.push_back({{"model", c.model},
+                           {"net_charge", c.net_charge},
+                           {"charged_groups", c.charged_groups}});
+      }
+      j["prediction"]["charges"] = std::move(charges);
+    }
   } else {
     j["prediction"] = nullptr;
   }
@@ -144,6 +153,10 @@ std::string format_json(const FitResult& r, const FitSettings& s) {
                      {"errors", s.errors ? method_name(*s.errors) : "none"},
                      {"samples", s.samples},
                      {"seed", s.seed}};
+  // The medium of a charged prediction (an uncharged one is described by
+  // the command line alone, as before).
+  if (s.predict && is_charged(s.common.medium))
+    doc["settings"]["prediction"] = settings_json(s.common);
   json sets = json::array();
   for (const SetFit& set : r.sets) sets.push_back(set_json(set, s));
   doc["sets"] = std::move(sets);
@@ -192,6 +205,12 @@ std::string format_text(const FitResult& r, const FitSettings& settings) {
                                 r.structure_format, settings.couplings, r.couplings_format);
   if (r.skipped_lines > 0)
     out += fmt::format("skipped {} bad line(s) (--lenient)\n", r.skipped_lines);
+  const bool charged = settings.predict && is_charged(settings.common.medium);
+  if (charged) {
+    const Medium& m = settings.common.medium;
+    out += fmt::format("prediction in {}: obstacle {:g} A, {}\n", medium_label(settings.common),
+                       m.obstacle(), medium_text(settings.common));
+  }
   for (const SetFit& s : r.sets) {
     const AlignmentTensor& t = s.fit.tensor;
     std::string models;
@@ -254,9 +273,14 @@ std::string format_text(const FitResult& r, const FitSettings& settings) {
     if (s.prediction) {
       const PredictionComparison& p = *s.prediction;
       out += fmt::format(
-          "  steric prediction: Da(NH) = {:.3f} Hz  R = {:.4f};  against the data r = {:.3f}  Q "
+          "  {} prediction: Da(NH) = {:.3f} Hz  R = {:.4f};  against the data r = {:.3f}  Q "
           "= {:.3f}  slope = {:.3f};  z axis {:.1f} deg from the fitted one\n",
-          p.tensor.da_hz, p.tensor.rhombicity, p.r, p.q, p.slope, p.axis_angle_deg);
+          charged ? "charged-obstacle" : "steric", p.tensor.da_hz, p.tensor.rhombicity, p.r, p.q,
+          p.slope, p.axis_angle_deg);
+      for (const ModelCharge& c : p.charges) {
+        out += fmt::format("  charges of model {}: {}\n", c.model,
+                           charges_text(settings.common, c.net_charge, c.charged_groups));
+      }
     }
     out += fmt::format("  {:<5} {:>5} {:<5} {:<5} {:>5} {:<5} {:<8} {:>9} {:>9} {:>9}{}\n", "chain",
                        "resid", "atom", "chain", "resid", "atom", "type", "measured", "calc",

@@ -12,6 +12,7 @@
 #include <type_traits>
 
 #include "modern/version.hpp"
+#include "vorn/electrostatics.hpp"
 
 namespace vorn::modern {
 
@@ -21,25 +22,16 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
-json settings_json(const PredictSettings& s) {
-  const Medium& m = s.medium;
-  json j;
-  j["medium"] = medium_name(m.kind);
-  j["concentration"] = m.concentration;
-  j["molar_ratio"] = m.molar_ratio;
-  j["obstacle_dimension"] = m.obstacle();
-  j["atom_radius"] = effective_atom_radius(s);
-  j["grid_spacing"] = m.grid_spacing;
-  j["order_parameter"] = m.order_parameter;
-  j["sampling"] = {s.sampling.theta, s.sampling.phi, s.sampling.psi};
-  j["select"] = selection_name(s.selection);
-  j["keep_hydrogens"] = s.read.keep_hydrogens;
-  j["hetatm"] = s.read.hetatm;
-  j["altloc"] = s.read.altloc ? std::string(1, *s.read.altloc) : std::string();
-  j["chains"] = s.read.chains;
-  j["exclude"] = s.read.exclude;
-  j["models"] = s.read.models;
-  return j;
+// Where the molecule's charges come from: "titration" or the PQR file.
+std::string charges_source(const PredictSettings& s) {
+  return s.charges_file.empty() ? "titration" : s.charges_file;
+}
+
+// The pH as the text shows it: "7.0", "6.5", "7.25".
+std::string ph_text(double ph) {
+  std::string text = fmt::format("{:g}", ph);
+  if (text.find_first_of(".e") == std::string::npos) text += ".0";
+  return text;
 }
 
 json site_json(const CouplingSite& s) {
@@ -124,13 +116,17 @@ class JsonLine {
   std::string text_;
 };
 
-std::string model_json(const ModelPrediction& m) {
+std::string model_json(const ModelPrediction& m, bool charged) {
   JsonLine out(256 + 224 * m.couplings.size());
   const AlignmentTensor& t = m.tensor;
   out.raw("{\"model\":").integer(m.model);
   out.raw(",\"atoms_read\":").integer(m.atoms_read);
   out.raw(",\"atoms_used\":").integer(m.atoms_used);
   out.raw(",\"built_hydrogens\":").integer(m.built_hydrogens);
+  if (charged) {
+    out.raw(",\"net_charge\":").number(m.net_charge);
+    out.raw(",\"charged_groups\":").integer(m.charged_groups);
+  }
   out.raw(",\"tensor\":{\"saupe\":").numbers(t.saupe);
   out.raw(",\"eigenvalues\":").numbers(t.eigenvalues);
   out.raw(",\"eigenvectors\":").numbers(t.eigenvectors);
@@ -187,6 +183,53 @@ std::string csv_field(const std::string& text) {
 
 }  // namespace
 
+json settings_json(const PredictSettings& s) {
+  const Medium& m = s.medium;
+  json j;
+  j["medium"] = medium_label(s);
+  j["concentration"] = m.concentration;
+  j["molar_ratio"] = m.molar_ratio;
+  j["obstacle_dimension"] = m.obstacle();
+  j["atom_radius"] = effective_atom_radius(s);
+  j["grid_spacing"] = m.grid_spacing;
+  j["order_parameter"] = m.order_parameter;
+  if (is_charged(m)) {
+    const ObstacleCharge& c = *m.charge;
+    if (m.kind == MediumKind::phage) j["obstacle_radius"] = m.obstacle();
+    j["charge_density"] = c.charge_density;
+    j["ionic_strength"] = c.ionic_strength;
+    j["temperature"] = c.temperature;
+    j["potential"] = potential_name(c.potential);
+    j["debye_length"] = debye_length(c.ionic_strength, c.temperature);
+    j["charges"] = charges_source(s);
+    // The pH enters the titration only.
+    if (s.charges_file.empty()) j["ph"] = s.ph;
+  }
+  j["sampling"] = {s.sampling.theta, s.sampling.phi, s.sampling.psi};
+  j["select"] = selection_name(s.selection);
+  j["keep_hydrogens"] = s.read.keep_hydrogens;
+  j["hetatm"] = s.read.hetatm;
+  j["altloc"] = s.read.altloc ? std::string(1, *s.read.altloc) : std::string();
+  j["chains"] = s.read.chains;
+  j["exclude"] = s.read.exclude;
+  j["models"] = s.read.models;
+  return j;
+}
+
+std::string charges_text(const PredictSettings& s, double net_charge, int charged_groups) {
+  return fmt::format("net {:.2f} e, {} charged groups ({})", net_charge, charged_groups,
+                     s.charges_file.empty() ? "titration at pH " + ph_text(s.ph) : s.charges_file);
+}
+
+std::string medium_text(const PredictSettings& s) {
+  const Medium& m = s.medium;
+  if (!is_charged(m)) return "";
+  const ObstacleCharge& c = *m.charge;
+  return fmt::format("charge density {:g} e/nm2, ionic strength {:g} M, {:g} K, {} potential",
+                     c.charge_density, c.ionic_strength, c.temperature,
+                     potential_name(c.potential));
+}
+
 std::string icode_text(char icode) {
   return icode == ' ' || icode == '\0' ? "" : std::string(1, icode);
 }
@@ -225,19 +268,20 @@ std::string PredictReport::begin_file(const std::string& file, const std::string
     case OutputFormat::text:
       break;
   }
+  const std::string charge = medium_text(settings_);
   return fmt::format(
-      "{}{} ({})\nmedium {} {:g} g/ml, molar ratio {:g}, obstacle {:g} A, atom radius {:g} A, grid "
-      "{:g} A, sampling {},{},{}, order parameter {:g}, atoms: {}\n",
-      first_file ? "" : "\n", file, format, medium_name(m.kind), m.concentration, m.molar_ratio,
-      m.obstacle(), effective_atom_radius(settings_), m.grid_spacing, settings_.sampling.theta,
-      settings_.sampling.phi, settings_.sampling.psi, m.order_parameter,
-      selection_name(settings_.selection));
+      "{}{} ({})\nmedium {} {:g} g/ml, molar ratio {:g}, obstacle {:g} A, {}atom radius {:g} A, "
+      "grid {:g} A, sampling {},{},{}, order parameter {:g}, atoms: {}\n",
+      first_file ? "" : "\n", file, format, medium_label(settings_), m.concentration, m.molar_ratio,
+      m.obstacle(), charge.empty() ? "" : charge + ", ", effective_atom_radius(settings_),
+      m.grid_spacing, settings_.sampling.theta, settings_.sampling.phi, settings_.sampling.psi,
+      m.order_parameter, selection_name(settings_.selection));
 }
 
 std::string PredictReport::model(const ModelPrediction& p, const std::string& file) const {
   switch (settings_.output_format) {
     case OutputFormat::json:
-      return model_json(p);
+      return model_json(p, is_charged(settings_.medium));
     case OutputFormat::csv: {
       std::string out;
       const std::string prefix = several_ ? csv_field(file) + "," : "";
@@ -256,6 +300,8 @@ std::string PredictReport::model(const ModelPrediction& p, const std::string& fi
   const AlignmentTensor& t = p.tensor;
   std::string out =
       fmt::format("\nmodel {}: {} of {} atoms\n", p.model, p.atoms_used, p.atoms_read);
+  if (is_charged(settings_.medium))
+    out += "  charges: " + charges_text(settings_, p.net_charge, p.charged_groups) + "\n";
   out += fmt::format("  Saupe (Szz, Sxx-Syy, Sxy, Sxz, Syz): {:.6e} {:.6e} {:.6e} {:.6e} {:.6e}\n",
                      t.saupe[0], t.saupe[1], t.saupe[2], t.saupe[3], t.saupe[4]);
   out += fmt::format("  Da(NH) = {:.2f} Hz   R = {:.3f}\n", t.da_hz, t.rhombicity);

@@ -2,6 +2,7 @@
 // the models are predicted: text, JSON and CSV.
 #pragma once
 
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,20 @@ namespace vorn::modern {
 
 // The insertion code as text: "" when there is none.
 std::string icode_text(char icode);
+
+// The "settings" of the JSON report: the medium (with the obstacle's and
+// the molecule's charges where the medium is charged), the sampling and
+// the reading options.
+nlohmann::ordered_json settings_json(const app::PredictSettings& settings);
+
+// A model's charges in the text report: "net -1.95 e, 25 charged groups
+// (titration at pH 7.0)", or the PQR file in parentheses.
+std::string charges_text(const app::PredictSettings& settings, double net_charge,
+                         int charged_groups);
+
+// The obstacle's charge in the text report ("charge density -0.45 e/nm2,
+// ionic strength 0.15 M, 298.15 K, linear potential"); "" when uncharged.
+std::string medium_text(const app::PredictSettings& settings);
 
 // One output document per input file. JSON: an object with the header
 // members, "models" (one compact object per line), then "ensemble" (more

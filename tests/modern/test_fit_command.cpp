@@ -673,6 +673,60 @@ TEST(FitCommand, StericPredictionBesideTheFit) {
   EXPECT_EQ(plain["sets"][0]["tensor"], set["tensor"]);
 }
 
+TEST(FitCommand, ChargedPredictionBesideTheFit) {
+  // Ubiquitin's Pf1 couplings of 2MJB against a Pf1 prediction of the two
+  // first models of 1D3Z, coarse sampling for speed.
+  const std::string pf1_dc = quoted(data_path("couplings/ubq_2mjb_t502_pf1.dc"));
+  const std::string medium = "--medium pf1 --sampling 4,8,8 --models 1-2 ";
+  const json doc = fit_json("--ensemble --predict " + medium + quoted(kCif) + " " + pf1_dc);
+  const json& settings = doc.at("settings").at("prediction");
+  EXPECT_EQ(settings.at("medium"), "pf1");
+  EXPECT_EQ(settings.at("charge_density").get<double>(), -0.45);
+  EXPECT_EQ(settings.at("obstacle_radius").get<double>(), 33.5);
+  EXPECT_EQ(settings.at("charges"), "titration");
+  EXPECT_EQ(settings.at("ph").get<double>(), 7.0);
+  EXPECT_EQ(settings.at("sampling"), json::array({4, 8, 8}));
+
+  // Per model: the charges and the elements of vorn predict on that model;
+  // the prediction beside the fit is their mean.
+  const RunResult predicted = run_vorn("predict --format json " + medium + quoted(kCif));
+  ASSERT_EQ(predicted.status, 0) << predicted.err;
+  const json models = json::parse(predicted.out).at("models");
+  const json& p = doc.at("sets").at(0).at("prediction");
+  ASSERT_EQ(p.at("charges").size(), 2u);
+  std::array<double, 5> mean{};
+  for (int k = 0; k < 2; ++k) {
+    const json& c = p["charges"][k];
+    EXPECT_EQ(c.at("model"), k + 1);
+    EXPECT_EQ(c.at("net_charge").get<double>(), models[k].at("net_charge").get<double>());
+    EXPECT_EQ(c.at("charged_groups"), models[k].at("charged_groups"));
+    for (int j = 0; j < 5; ++j) mean[j] += models[k]["tensor"]["saupe"][j].get<double>() / 2;
+  }
+  for (int j = 0; j < 5; ++j)
+    EXPECT_NEAR(p["tensor"]["saupe"][j].get<double>(), mean[j], 1e-15 + 1e-12 * std::fabs(mean[j]));
+
+  // The text report names the medium and the charges of each model.
+  const RunResult text =
+      run_vorn("fit --ensemble --predict " + medium + quoted(kCif) + " " + pf1_dc);
+  ASSERT_EQ(text.status, 0) << text.err;
+  EXPECT_NE(text.out.find("prediction in pf1: obstacle 33.5 A, charge density -0.45 e/nm2, ionic "
+                          "strength 0.15 M, 298.15 K, linear potential\n"),
+            std::string::npos)
+      << text.out;
+  EXPECT_NE(text.out.find("  charged-obstacle prediction: Da(NH) = "), std::string::npos);
+  EXPECT_NE(text.out.find("  charges of model 2: net "), std::string::npos);
+
+  // An uncharged prediction reports as before: no medium in the settings,
+  // no charges.
+  const json steric =
+      fit_json("--ensemble --predict --medium phage --sampling 4,8,8 --models 1-2 " + quoted(kCif) +
+               " " + pf1_dc);
+  EXPECT_FALSE(steric.at("settings").contains("prediction"));
+  EXPECT_FALSE(steric["sets"][0].at("prediction").contains("charges"));
+  std::printf("Pf1 couplings against the prediction: charged pf1 r = %.3f, steric phage r = %.3f\n",
+              p.at("r").get<double>(), steric["sets"][0]["prediction"]["r"].get<double>());
+}
+
 // The markers of an SVG plot.
 int markers(const std::string& svg) {
   int n = 0;

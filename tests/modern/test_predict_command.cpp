@@ -21,7 +21,9 @@
 #include "classic/limits.hpp"
 #include "classic/pdb_reader.hpp"
 #include "classic/selection.hpp"
+#include "vorn/charges.hpp"
 #include "vorn/classic.hpp"
+#include "vorn/predict.hpp"
 #include "vorn/tensor.hpp"
 
 namespace vorn {
@@ -437,6 +439,274 @@ TEST(PredictCommand, AltlocAndHetatmOnAHandMadeFile) {
   EXPECT_NE(saupe_of(by_occupancy["models"][0]), saupe_of(altloc_a["models"][0]));
   // No amide hydrogen in the file: one is built for residue 2.
   EXPECT_EQ(by_occupancy["models"][0]["built_hydrogens"], 1);
+}
+
+// ---------------------------------------------------------------------------
+// A charged obstacle.
+
+const std::string kUbq2mjb = quoted(data_path("structures/ubq_2mjb_m1.pdb"));
+const std::string kFast = "--sampling 4,8,8 ";
+
+std::string read_text(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+struct FullRun {
+  std::string out, err;
+  int status = -1;
+};
+
+// Runs vorn with the arguments and captures both streams.
+FullRun run_full(const std::string& args) {
+  const std::string err_file = temp_path("stderr.txt");
+  const RunResult r = [&] {
+    const std::string command = std::string(VORN_BINARY) + " " + args + " 2>" + quoted(err_file);
+    RunResult run;
+    FILE* pipe = popen(command.c_str(), "r");
+    char buffer[65536];
+    size_t n = 0;
+    while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) run.out.append(buffer, n);
+    const int raw = pclose(pipe);
+    run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    return run;
+  }();
+  FullRun full{r.out, read_text(err_file), r.status};
+  std::filesystem::remove(err_file);
+  return full;
+}
+
+// The titration of a protein written out here: the residues of the file
+// (whitespace-separated ATOM records of one chain), each ionisable side
+// chain and both termini with its Henderson-Hasselbalch charge at `ph`
+// from the model pKa of the table.
+struct Titration {
+  double net = 0.0;
+  int groups = 0;
+};
+
+Titration titrate_by_hand(const std::string& path, double ph) {
+  std::map<int, std::string> residues;
+  std::ifstream in(path);
+  for (std::string line; std::getline(in, line);) {
+    std::istringstream f(line);
+    std::string rec, name, res;
+    int serial = 0, resnum = 0;
+    if (f >> rec && rec == "ATOM" && f >> serial >> name >> res >> resnum) residues[resnum] = res;
+  }
+  std::map<std::string, double> pka;
+  std::map<std::string, bool> acid;
+  for (const IonisableGroup& g : ionisable_groups()) {
+    pka[g.name] = g.pka;
+    acid[g.name] = g.acid;
+  }
+  const auto charge = [&](const std::string& group) {
+    const double ratio = std::pow(10.0, acid.at(group) ? pka.at(group) - ph : ph - pka.at(group));
+    return (acid.at(group) ? -1.0 : 1.0) / (1.0 + ratio);
+  };
+  Titration t;
+  for (const auto& [number, name] : residues) {
+    if (pka.count(name) == 0) continue;
+    t.net += charge(name);
+    ++t.groups;
+  }
+  t.net += charge("N-terminus") + charge("C-terminus");
+  t.groups += 2;
+  return t;
+}
+
+TEST(PredictCommand, Pf1RecordsItsSettingsAndTheTitrationCharge) {
+  const json doc = predict_json("--medium pf1 " + kFast + kUbq2mjb);
+  const json& s = doc.at("settings");
+  EXPECT_EQ(s.at("medium"), "pf1");
+  EXPECT_EQ(s.at("obstacle_radius").get<double>(), kPf1Radius);
+  EXPECT_EQ(s.at("obstacle_dimension").get<double>(), kPf1Radius);
+  EXPECT_EQ(s.at("charge_density").get<double>(), kPf1ChargeDensity);
+  EXPECT_EQ(s.at("ionic_strength").get<double>(), 0.15);
+  EXPECT_EQ(s.at("ph").get<double>(), 7.0);
+  EXPECT_EQ(s.at("temperature").get<double>(), 298.15);
+  EXPECT_EQ(s.at("potential"), "linear");
+  EXPECT_EQ(s.at("charges"), "titration");
+  // 0.15 M of 1:1 salt in water at 25 C screens over about 7.85 A
+  // (0.304 nm / sqrt(I/M)).
+  EXPECT_NEAR(s.at("debye_length").get<double>(), 3.04 / std::sqrt(0.15), 0.05);
+
+  // Ubiquitin's ionisable groups counted from the file.
+  const Titration expected = titrate_by_hand(data_path("structures/ubq_2mjb_m1.pdb"), 7.0);
+  // 7 Lys, 4 Arg, 5 Asp, 6 Glu, His 68, Tyr 59 and the two termini.
+  EXPECT_EQ(expected.groups, 26);
+  const json& m = doc.at("models").at(0);
+  EXPECT_NEAR(m.at("net_charge").get<double>(), expected.net, 1e-9);
+  EXPECT_EQ(m.at("charged_groups").get<int>(), expected.groups);
+
+  // The charges change the tensor: the same cylinder without them differs.
+  const json steric = predict_json("--medium phage --obstacle-dimension 33.5 " + kFast + kUbq2mjb);
+  EXPECT_FALSE(same_bits(saupe_of(m), saupe_of(steric.at("models").at(0))));
+  EXPECT_FALSE(steric.at("models").at(0).contains("net_charge"));
+
+  // The text report: the medium's charge in the header, the charges per model.
+  const RunResult text = run_vorn("predict --medium pf1 --ph 6 " + kFast + kUbq2mjb);
+  ASSERT_EQ(text.status, 0);
+  EXPECT_NE(text.out.find("medium pf1 0.05 g/ml, molar ratio 3, obstacle 33.5 A, charge density "
+                          "-0.45 e/nm2, ionic strength 0.15 M, 298.15 K, linear potential, "),
+            std::string::npos)
+      << text.out;
+  const Titration at6 = titrate_by_hand(data_path("structures/ubq_2mjb_m1.pdb"), 6.0);
+  char line[128];
+  std::snprintf(line, sizeof line,
+                "\n  charges: net %.2f e, %d charged groups (titration at pH 6.0)\n", at6.net,
+                at6.groups);
+  EXPECT_NE(text.out.find(line), std::string::npos) << line << text.out;
+}
+
+TEST(PredictCommand, OptionsOfTheChargedObstacle) {
+  const json base = predict_json("--medium pf1 " + kFast + kUbq2mjb);
+  // Each option is recorded and changes the prediction.
+  for (const std::string& option :
+       {"--charge-density -0.3", "--ionic-strength 0.05", "--ph 5", "--temperature 310",
+        "--obstacle-radius 30", "--potential nonlinear"}) {
+    SCOPED_TRACE(option);
+    const json doc = predict_json("--medium pf1 " + option + " " + kFast + kUbq2mjb);
+    const std::string key = option.substr(2, option.find(' ') - 2);
+    std::string json_key = key;
+    std::replace(json_key.begin(), json_key.end(), '-', '_');
+    const std::string value = option.substr(option.find(' ') + 1);
+    if (json_key == "potential") {
+      EXPECT_EQ(doc["settings"].at("potential"), value);
+    } else {
+      EXPECT_EQ(doc["settings"].at(json_key).get<double>(), std::stod(value));
+    }
+    EXPECT_FALSE(same_bits(saupe_of(doc["models"][0]), saupe_of(base["models"][0])));
+  }
+  // A charged bicelle wall: no cylinder radius.
+  const json wall = predict_json("--medium bicelle --charge-density -0.2 " + kFast + kUbq2mjb);
+  EXPECT_EQ(wall["settings"].at("medium"), "bicelle");
+  EXPECT_EQ(wall["settings"].at("charge_density").get<double>(), -0.2);
+  EXPECT_FALSE(wall["settings"].contains("obstacle_radius"));
+  EXPECT_TRUE(wall["models"][0].contains("net_charge"));
+  // The threads change nothing.
+  EXPECT_EQ(run_vorn("predict --format json --threads 1 --medium pf1 " + kFast + kUbq2mjb).out,
+            run_vorn("predict --format json --threads 2 --medium pf1 " + kFast + kUbq2mjb).out);
+}
+
+TEST(PredictCommand, UnchargedObstaclesAreTheStericModel) {
+  // Without a charge density, phage is the steric cylinder as before: the
+  // classic run's elements and the settings of an uncharged run, no more.
+  const json phage = predict_json("--medium phage " + kUbq);
+  EXPECT_TRUE(same_bits(saupe_of(phage["models"][0]),
+                        classic_saupe("structures/ubq_1d3z_m1.pdb", "ANISOTROPIC_MEDIUM: 2\n")));
+  std::vector<std::string> keys;
+  for (const auto& [key, value] : phage.at("settings").items()) keys.push_back(key);
+  EXPECT_EQ(keys, (std::vector<std::string>{
+                      "medium", "concentration", "molar_ratio", "obstacle_dimension", "atom_radius",
+                      "grid_spacing", "order_parameter", "sampling", "select", "keep_hydrogens",
+                      "hetatm", "altloc", "chains", "exclude", "models"}));
+  EXPECT_FALSE(phage["models"][0].contains("net_charge"));
+  // A zero charge density is no charge: the same bytes.
+  for (const std::string medium : {"phage", "bicelle"}) {
+    SCOPED_TRACE(medium);
+    for (const std::string format : {"json", "text", "csv"}) {
+      const RunResult plain =
+          run_vorn("predict --format " + format + " --medium " + medium + " " + kFast + kUbq);
+      const RunResult zero = run_vorn("predict --format " + format + " --medium " + medium +
+                                      " --charge-density 0 " + kFast + kUbq);
+      EXPECT_EQ(plain.status, 0);
+      EXPECT_EQ(zero.out, plain.out);
+    }
+  }
+  // pf1 with its charge taken away is the steric cylinder of its radius.
+  const json pf1_zero = predict_json("--medium pf1 --charge-density 0 " + kFast + kUbq);
+  const json cylinder = predict_json("--medium phage --obstacle-dimension 33.5 " + kFast + kUbq);
+  EXPECT_TRUE(same_bits(saupe_of(pf1_zero["models"][0]), saupe_of(cylinder["models"][0])));
+  EXPECT_EQ(pf1_zero["settings"].at("medium"), "pf1");
+}
+
+TEST(PredictCommand, ChargeOptionsWithAnUnchargedObstacleWarnOnce) {
+  const std::string pqr = quoted(data_path("structures/ubq_1ubq_ph6.pqr"));
+  struct Case {
+    std::string medium, options;
+  };
+  for (const Case& c : std::vector<Case>{
+           {"", "--ph 6"},
+           {"", "--charges " + pqr},
+           {"", "--ionic-strength 0.3 --temperature 300 --potential nonlinear"},
+           {"--medium phage ", "--ph 5 --charges " + pqr},
+           {"--medium pf1 --charge-density 0 ", "--ph 5 --ionic-strength 0.05"},
+       }) {
+    SCOPED_TRACE(c.medium + c.options);
+    const FullRun plain = run_full("predict --format json " + c.medium + kFast + kUbq);
+    const FullRun r =
+        run_full("predict --format json " + c.medium + c.options + " " + kFast + kUbq);
+    EXPECT_EQ(plain.err, "");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.err,
+              "vorn: warning: the molecule's charges have no effect with an uncharged obstacle "
+              "(use --medium pf1 or --charge-density)\n");
+    EXPECT_EQ(r.out, plain.out);
+  }
+}
+
+// The charges of a PQR file: their sum over the file, waters aside.
+double pqr_total(const std::string& path) {
+  double total = 0.0;
+  std::ifstream in(path);
+  for (std::string line; std::getline(in, line);) {
+    std::istringstream f(line);
+    std::string rec;
+    if (!(f >> rec) || (rec != "ATOM" && rec != "HETATM")) continue;
+    std::vector<std::string> fields;
+    for (std::string field; f >> field;) fields.push_back(field);
+    EXPECT_GE(fields.size(), 9u) << line;
+    if (fields.size() >= 9) total += std::stod(fields[fields.size() - 2]);
+  }
+  return total;
+}
+
+TEST(PredictCommand, ChargesFromAPqrFile) {
+  const std::string pqr = data_path("structures/ubq_1ubq_ph6.pqr");
+  const std::string xray = quoted(data_path("structures/ubq_1ubq_xray.pdb"));
+  const json doc = predict_json("--medium pf1 --charges " + quoted(pqr) + " " + kFast + xray);
+  EXPECT_EQ(doc["settings"].at("charges"), pqr);
+  EXPECT_FALSE(doc["settings"].contains("ph"));  // no titration
+  // Every charge of the file lands on the structure (those of hydrogens the
+  // structure lacks on their heavy atoms): the net charge is the file's.
+  EXPECT_NEAR(doc["models"][0].at("net_charge").get<double>(), pqr_total(pqr), 1e-9);
+  // It is not the titration's.
+  const json titrated = predict_json("--medium pf1 --ph 6 " + kFast + xray);
+  EXPECT_FALSE(same_bits(saupe_of(doc["models"][0]), saupe_of(titrated["models"][0])));
+  const RunResult text =
+      run_vorn("predict --medium pf1 --charges " + quoted(pqr) + " " + kFast + xray);
+  EXPECT_NE(text.out.find("charged groups (" + pqr + ")\n"), std::string::npos) << text.out;
+}
+
+TEST(PredictCommand, APqrFileThatDoesNotFitFailsBeforeAnyOutput) {
+  const std::string pqr = quoted(data_path("structures/ubq_1ubq_ph6.pqr"));
+  const std::string dna = quoted(data_path("structures/dna_1lcd_duplex_m1.pdb"));
+  for (const std::string format : {"json", "text", "csv"}) {
+    SCOPED_TRACE(format);
+    const std::string out = temp_path("mismatch." + format);
+    const FullRun r = run_full("predict --medium pf1 --format " + format + " -o " + quoted(out) +
+                               " --charges " + pqr + " " + kFast + dna);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out, "");
+    EXPECT_FALSE(std::filesystem::exists(out));
+    // One line: the PQR file and line, then the structure and model.
+    EXPECT_EQ(r.err.rfind("vorn: " + data_path("structures/ubq_1ubq_ph6.pqr") + ":", 0), 0u)
+        << r.err;
+    EXPECT_NE(r.err.find("is not in the structure"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("(model 1 of " + data_path("structures/dna_1lcd_duplex_m1.pdb") + ")\n"),
+              std::string::npos)
+        << r.err;
+    EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1);
+  }
+  // A missing PQR file: the same.
+  const FullRun missing =
+      run_full("predict --medium pf1 --charges " + quoted(temp_path("none.pqr")) + " " + kUbq);
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_EQ(missing.out, "");
+  EXPECT_NE(missing.err.find("none.pqr"), std::string::npos);
 }
 
 }  // namespace

@@ -6,12 +6,15 @@
 #
 # identical: JSON, CSV and text of an mmCIF entry, of a 40-model PDB file
 #   made here, of both files at once, of model selections with fewer models
-#   than processes, and with --output; vorn-mpi fit against vorn fit.
+#   than processes, of a charged medium (the models' charges), and with
+#   --output; vorn-mpi fit against vorn fit.
 # error: a file with a malformed record in one model (met by the first
 #   process, or by another one): a non-zero status within the time limit,
 #   the message with file and line on standard error, and the output of
-#   vorn predict (JSON closed with its "error" member); a missing file.
-# cli: --help, --version and misuse, each printed once.
+#   vorn predict (JSON closed with its "error" member); a missing file; a
+#   PQR file that does not fit the structure.
+# cli: --help, --version, misuse and the warning about charges without a
+#   charged medium, each printed once.
 set -u
 
 mode=$1
@@ -104,6 +107,15 @@ identical() {
     "$vorn" predict --format json --models "$selection" "$cif" > "$work/expected.out" ||
       fail "vorn predict --models $selection: status $?"
     compare_run "json --models $selection" 3 1 --format json --models "$selection" "$cif"
+  done
+
+  # A charged medium: each model's charges travel with it.
+  for format in json text; do
+    "$vorn" predict --format "$format" --medium pf1 --sampling 4,8,8 "$cif" \
+      > "$work/expected.out" || fail "vorn predict --medium pf1 $format: status $?"
+    for np in 2 3; do
+      compare_run "$format pf1" "$np" 1 --format "$format" --medium pf1 --sampling 4,8,8 "$cif"
+    done
   done
 
   # fit runs on the first process alone: the same report as vorn fit.
@@ -207,10 +219,37 @@ assert sys.argv[3] in doc["error"]["message"], doc["error"]
       sed 's/^/  stderr: /' "$work/got.err"
     fi
   done
+
+  # A PQR file that does not fit the structure: status 1 before any output.
+  local pqr=$data/../structures/ubq_1ubq_ph6.pqr dna=$data/../structures/dna_1lcd_duplex_m1.pdb
+  status=0
+  run_mpi 3 predict --format json --medium pf1 --charges "$pqr" "$dna" > "$work/got.out" \
+    2> "$work/got.err" || status=$?
+  if [ "$status" -eq 1 ] && [ ! -s "$work/got.out" ] &&
+    [ "$(grep -c "^vorn-mpi: $pqr:[0-9]*: .*(model 1 of $dna)\$" "$work/got.err")" -eq 1 ] &&
+    [ "$(grep -c '^vorn-mpi:' "$work/got.err")" -eq 1 ]; then
+    pass "PQR file not fitting the structure: status 1, no output, one message"
+  else
+    fail "PQR file not fitting the structure: status $status"
+    sed 's/^/  stderr: /' "$work/got.err"
+  fi
 }
 
 cli() {
   local status
+  # Charges without a charged medium: one warning, the steric output.
+  "$vorn" predict --format json --sampling 4,8,8 --models 1 "$data/1d3z.cif" \
+    > "$work/expected.out" 2> /dev/null
+  status=0
+  run_mpi 3 predict --format json --ph 6 --sampling 4,8,8 --models 1 "$data/1d3z.cif" \
+    > "$work/got.out" 2> "$work/got.err" || status=$?
+  if [ "$status" -eq 0 ] && cmp -s "$work/expected.out" "$work/got.out" &&
+    [ "$(grep -c "^vorn-mpi: warning: the molecule's charges have no effect" "$work/got.err")" -eq 1 ]; then
+    pass "--ph without a charged medium: one warning, the steric output"
+  else
+    fail "--ph without a charged medium: status $status"
+    sed 's/^/  stderr: /' "$work/got.err"
+  fi
   run_mpi 3 --version > "$work/got.out" 2> "$work/got.err"
   status=$?
   if [ "$status" -eq 0 ] && [ "$(cat "$work/got.out")" = "vorn-mpi $("$vorn" --version | cut -d' ' -f2)" ]; then

@@ -19,6 +19,8 @@ app::ModelPrediction sample_prediction() {
   m.atoms_read = 1231;
   m.atoms_used = 402;
   m.built_hydrogens = 3;
+  m.net_charge = -1.9500000000000002;
+  m.charged_groups = 26;
   m.tensor.saupe = {1e-3, -2.5e-4, 3.0e-5, -0.0, 7.25e-4};
   m.tensor.eigenvalues = {1.1e-3, -6.0e-4, -5.0e-4};
   m.tensor.eigenvectors = {{{0.1, 0.2, 0.3}, {0.4, 0.5, 0.6}, {0.7, 0.8, 0.9}}};
@@ -67,6 +69,8 @@ TEST(ModelMessage, RoundTripKeepsEveryMember) {
   EXPECT_EQ(b.atoms_read, 1231);
   EXPECT_EQ(b.atoms_used, 402);
   EXPECT_EQ(b.built_hydrogens, 3);
+  EXPECT_TRUE(same_bits(b.net_charge, m.net_charge));
+  EXPECT_EQ(b.charged_groups, 26);
   for (int i = 0; i < 5; ++i) EXPECT_TRUE(same_bits(b.tensor.saupe[i], m.tensor.saupe[i])) << i;
   for (int i = 0; i < 3; ++i) {
     EXPECT_TRUE(same_bits(b.tensor.eigenvalues[i], m.tensor.eigenvalues[i]));

@@ -229,6 +229,100 @@ def test_bad_values_raise_value_error(ubq_models):
         vorn.fit(CIF, DC, mode="average")
 
 
+PDB_2MJB = DATA / "structures" / "ubq_2mjb_m1.pdb"
+PQR = DATA / "structures" / "ubq_1ubq_ph6.pqr"
+XRAY = DATA / "structures" / "ubq_1ubq_xray.pdb"
+DNA = DATA / "structures" / "dna_1lcd_duplex_m1.pdb"
+FAST = ["--sampling", "4,8,8"]
+
+
+@pytest.mark.parametrize("options,kwargs", [
+    (["--medium", "pf1"], {"medium": "pf1"}),
+    (["--medium", "pf1", "--ph", "6", "--ionic-strength", "0.05", "--temperature", "310",
+      "--potential", "nonlinear", "--obstacle-radius", "30"],
+     {"medium": "pf1", "ph": 6.0, "ionic_strength": 0.05, "temperature": 310.0,
+      "potential": "nonlinear", "obstacle_radius": 30.0}),
+    (["--medium", "bicelle", "--charge-density", "0.1"],
+     {"medium": "bicelle", "charge_density": 0.1}),
+], ids=["pf1", "pf1-options", "charged-bicelle"])
+def test_charged_prediction_matches_command_line(binary, options, kwargs):
+    doc = run_json(binary, "predict", *options, *FAST, PDB_2MJB)
+    [structure] = vorn.read_structure(PDB_2MJB)
+    tensor = vorn.predict(structure, sampling=(4, 8, 8), **kwargs)
+    assert isinstance(tensor, vorn.ChargedTensor) and isinstance(tensor, vorn.Tensor)
+    expected = doc["models"][0]
+    assert_tensor_equal(tensor, expected["tensor"])
+    assert tensor.net_charge == expected["net_charge"]
+    assert tensor.charged_groups == expected["charged_groups"] == 26
+    assert "net_charge" in repr(tensor)
+
+
+def test_charges_from_a_pqr_file(binary):
+    doc = run_json(binary, "predict", "--medium", "pf1", "--charges", PQR, *FAST, XRAY)
+    [structure] = vorn.read_structure(XRAY)
+    tensor = vorn.predict(structure, medium="pf1", charges=PQR, sampling=(4, 8, 8))
+    assert_tensor_equal(tensor, doc["models"][0]["tensor"])
+    assert tensor.net_charge == doc["models"][0]["net_charge"]
+    with pytest.raises(ValueError, match=r"ubq_1ubq_ph6\.pqr:\d+: .*not in the structure"):
+        vorn.predict(vorn.read_structure(DNA)[0], medium="pf1", charges=PQR, sampling=(4, 8, 8))
+    with pytest.raises(FileNotFoundError):
+        vorn.predict(structure, medium="pf1", charges=PQR.with_name("missing.pqr"))
+
+
+def test_uncharged_media_stay_steric(ubq_models):
+    s = ubq_models[0]
+    steric = vorn.predict(s, medium="phage", sampling=(4, 8, 8))
+    assert type(steric) is vorn.Tensor
+    zero = vorn.predict(s, medium="phage", charge_density=0.0, sampling=(4, 8, 8))
+    assert type(zero) is vorn.Tensor
+    assert_same_tensor(zero, steric)
+    with pytest.warns(UserWarning, match="no effect with an uncharged obstacle"):
+        warned = vorn.predict(s, medium="phage", charges=PQR, sampling=(4, 8, 8))
+    assert_same_tensor(warned, steric)
+
+
+def test_bad_charge_values_raise_value_error(ubq_models):
+    s = ubq_models[0]
+    for kwargs, message in [
+        ({"medium": "pf1", "ph": 15.0}, r"^ph: must be 0 to 14 \(got 15\)"),
+        ({"medium": "pf1", "ionic_strength": -0.1}, r"^ionic_strength: must be a positive"),
+        ({"medium": "pf1", "ionic_strength": 0.0}, r"^ionic_strength"),
+        ({"medium": "pf1", "temperature": 400.0}, r"^temperature: must be 273.15 to 373.15 K"),
+        ({"medium": "pf1", "obstacle_radius": 0.0}, r"^obstacle_radius: must be a positive"),
+        ({"medium": "pf1", "charge_density": math.nan}, r"^charge_density: must be a finite"),
+        ({"medium": "pf1", "potential": "cubic"}, r"potential must be 'linear' or 'nonlinear'"),
+        ({"medium": "bicelle+phage", "charge_density": -0.2},
+         r"^charge_density: a charged obstacle needs medium bicelle, phage or pf1"),
+        ({"medium": "bicelle", "obstacle_radius": 30.0},
+         r"^obstacle_radius: applies to the cylinder"),
+        ({"medium": "pf1", "obstacle_radius": 30.0, "obstacle_dimension": 30.0},
+         r"^obstacle_radius: is the cylinder's obstacle_dimension"),
+    ]:
+        with pytest.raises(ValueError, match=message):
+            vorn.predict(s, **kwargs)
+    with pytest.raises(ValueError, match="ph: must be 0 to 14"):
+        vorn.fit(CIF, DC, predict=True, medium="pf1", ph=15.0)
+    # Coordinates alone carry no residues to titrate.
+    with pytest.raises(ValueError, match="charged medium needs Structures"):
+        vorn.predict(s.coordinates, medium="pf1")
+
+
+def test_fit_with_a_charged_prediction(binary):
+    pf1_dc = DATA / "couplings" / "ubq_2mjb_t502_pf1.dc"
+    options = ["--predict", "--medium", "pf1", "--sampling", "4,8,8"]
+    doc = run_json(binary, "fit", *options, PDB, pf1_dc)
+    [result] = vorn.fit(PDB, pf1_dc, predict=True, medium="pf1", sampling=(4, 8, 8))
+    expected = doc["sets"][0]["prediction"]
+    assert result.prediction["charges"] == expected["charges"]
+    assert result.prediction["charges"][0]["model"] == 1
+    assert result.prediction["r"] == expected["r"]
+    assert_tensor_equal(result.prediction["tensor"], {
+        k: expected["tensor"][k] for k in
+        ("saupe", "eigenvalues", "eigenvectors", "da_hz", "rhombicity", "euler_deg")})
+    plain = vorn.fit(PDB, pf1_dc, predict=True, medium="phage", sampling=(4, 8, 8))[0]
+    assert "charges" not in plain.prediction
+
+
 def test_missing_and_unreadable_files(tmp_path):
     missing = tmp_path / "missing.pdb"
     with pytest.raises(FileNotFoundError, match="missing.pdb"):

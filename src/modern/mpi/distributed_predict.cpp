@@ -414,10 +414,13 @@ int worst_status(int status) {
   return worst;
 }
 
-int predict_across_processes(const PredictSettings& s, const ProcessGroup& group,
+int predict_across_processes(const PredictSettings& settings, const ProcessGroup& group,
                              const std::string& program) {
   // Every input must open before anything is written (the first process
-  // checks, as `vorn predict` does); the plan is the same on every process.
+  // checks, as `vorn predict` does, and that a PQR file fits the
+  // structures; the others read it as their stream starts); the plan is the
+  // same on every process.
+  PredictSettings s = settings;
   std::optional<Plan> plan;
   int status = 0;
   try {
@@ -427,6 +430,7 @@ int predict_across_processes(const PredictSettings& s, const ProcessGroup& group
         std::ifstream probe(file, std::ios::binary);
         if (!probe) throw io::InputError(file + ": cannot open: " + std::strerror(errno));
       }
+      app::prepare_charges(s, s.files);
     }
   } catch (const std::exception& e) {
     report_failure(program, group.rank == 0

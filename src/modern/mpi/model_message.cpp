@@ -77,6 +77,8 @@ std::string encode_model(const app::ModelPrediction& m, const std::string& text)
   e.put(m.atoms_read);
   e.put(m.atoms_used);
   e.put(m.built_hydrogens);
+  e.put(m.net_charge);
+  e.put(m.charged_groups);
   const AlignmentTensor& t = m.tensor;
   e.put(t.saupe);
   e.put(t.eigenvalues);
@@ -115,6 +117,8 @@ ModelMessage decode_model(std::string_view bytes) {
   m.atoms_read = d.get<int>();
   m.atoms_used = d.get<int>();
   m.built_hydrogens = d.get<int>();
+  m.net_charge = d.get<double>();
+  m.charged_groups = d.get<int>();
   AlignmentTensor& t = m.tensor;
   t.saupe = d.get<SaupeElements>();
   t.eigenvalues = d.get<std::array<double, 3>>();
