@@ -9,7 +9,7 @@ namespace vorn::detail {
 namespace {
 
 struct ProjectionScratch : Interaction::Scratch {
-  std::vector<double> p, s, node;
+  std::vector<double> p, s, node, index;
 };
 
 }  // namespace
@@ -67,6 +67,7 @@ std::unique_ptr<Interaction::Scratch> ElectrostaticInteraction::scratch() const 
   auto s = std::make_unique<ProjectionScratch>();
   s->p.resize(q_.size());
   s->s.resize(q_.size());
+  s->index.resize(q_.size());
   return s;
 }
 
@@ -97,20 +98,33 @@ void ElectrostaticInteraction::add_energy(const OrientationFrame& frame,
   // |q|: psi has one sign, so |bound| bounds the energy here and at every
   // farther position (each charge then lies farther out, where |psi| is
   // smaller).
+  double* index = w.index.data();
   const auto energy_at = [&](double c, double& bound) {
-    double u = 0.0;
-    double b = 0.0;
+    // Table coordinates of every charge first (a loop the compiler
+    // vectorises, square roots included), then the lookups.
+    if (cylinder) {
+      for (std::size_t i = 0; i < n; ++i) {
+        const double dx = c + p[i];
+        const double h = std::sqrt(dx * dx + s2[i]) - radius;
+        index[i] = std::min(std::max(h * inverse_step, 0.0), top);
+      }
+    } else {
+      for (std::size_t i = 0; i < n; ++i) {
+        index[i] = std::min(std::max((c + p[i]) * inverse_step, 0.0), top);
+      }
+    }
+    // Two partial sums each, for two independent chains of additions.
+    double u[2] = {};
+    double b[2] = {};
     for (std::size_t i = 0; i < n; ++i) {
-      const double dx = c + p[i];
-      const double h = cylinder ? std::sqrt(dx * dx + s2[i]) - radius : dx;
-      const double t = std::min(std::max(h * inverse_step, 0.0), top);
+      const double t = index[i];
       const auto j = static_cast<std::size_t>(t);
       const double v = table[j][0] + (t - static_cast<double>(j)) * table[j][1];
-      u += q[i] * v;
-      b += aq[i] * v;
+      u[i & 1] += q[i] * v;
+      b[i & 1] += aq[i] * v;
     }
-    bound = b;
-    return u;
+    bound = b[0] + b[1];
+    return u[0] + u[1];
   };
   const int positions = static_cast<int>(centre.size());
   const int stride = stride_;

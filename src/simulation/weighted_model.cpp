@@ -126,7 +126,12 @@ WeightedSums weighted_sums(const Settings& settings, const Placement& placement,
               frame.y_axis[i] = y_axis[i + 1];
             }
             std::fill(energy.begin(), energy.end(), 0.0);
-            interaction->add_energy(frame, centre, energy.data(), *interaction_scratch[part]);
+            // Positions before the first free one weigh 0 whatever their
+            // energy.
+            int first = 0;
+            while (first < positions && allowed[first] == 0) ++first;
+            interaction->add_energy(frame, std::span<const double>(centre).subspan(first),
+                                    energy.data() + first, *interaction_scratch[part]);
             bool finite = true;
             for (int k = 0; k < positions; ++k) {
               const double e = energy[k] == 0.0 ? 1.0 : std::exp(-energy[k]);
