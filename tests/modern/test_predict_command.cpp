@@ -594,11 +594,14 @@ TEST(PredictCommand, OptionsOfTheChargedObstacle) {
 TEST(PredictCommand, UnchargedObstaclesAreTheStericModel) {
   // Without a charge density, phage is the steric cylinder as before: the
   // classic run's elements and the settings of an uncharged run, no more.
-  const json phage = predict_json("--medium phage " + kUbq);
+  const RunResult phage_run = run_vorn("predict --format json --medium phage " + kUbq);
+  ASSERT_EQ(phage_run.status, 0);
+  const json phage = json::parse(phage_run.out);
   EXPECT_TRUE(same_bits(saupe_of(phage["models"][0]),
                         classic_saupe("structures/ubq_1d3z_m1.pdb", "ANISOTROPIC_MEDIUM: 2\n")));
   std::vector<std::string> keys;
-  for (const auto& [key, value] : phage.at("settings").items()) keys.push_back(key);
+  const auto ordered = nlohmann::ordered_json::parse(phage_run.out);
+  for (const auto& [key, value] : ordered.at("settings").items()) keys.push_back(key);
   EXPECT_EQ(keys, (std::vector<std::string>{
                       "medium", "concentration", "molar_ratio", "obstacle_dimension", "atom_radius",
                       "grid_spacing", "order_parameter", "sampling", "select", "keep_hydrogens",
