@@ -21,6 +21,13 @@ struct ObstacleCharge {
   double ionic_strength = 0.15;  // mol/l, 1:1 salt
   double temperature = 298.15;   // K
   PotentialModel potential = PotentialModel::linear;
+  // Sampling of the energy over the positions (defaults chosen by
+  // convergence, docs/electrostatics.md): it is computed exactly this many
+  // times per Debye length and interpolated (cubic) in between, 0 for every
+  // position; and once, for an orientation, every charge's |q psi| summed
+  // stays below energy_tolerance (kT), the farther positions weigh 1.
+  double nodes_per_debye_length = 3.5;
+  double energy_tolerance = 0.05;
 };
 
 // Relative permittivity of water at `temperature` (K), Malmberg & Maryott

@@ -68,17 +68,16 @@ void check_charge(const Medium& medium) {
     throw Error("predict: the ionic strength must be a positive number (got " +
                 std::to_string(c.ionic_strength) + ")");
   }
+  if (!(std::isfinite(c.energy_tolerance) && c.energy_tolerance > 0.0) ||
+      !(std::isfinite(c.nodes_per_debye_length) && c.nodes_per_debye_length >= 0.0)) {
+    throw Error(
+        "predict: the electrostatic sampling needs a positive energy tolerance and a "
+        "non-negative number of nodes per Debye length");
+  }
   if (c.charge_density != 0.0 && medium.kind == MediumKind::bicelle_and_phage) {
     throw Error("predict: a charged obstacle needs the wall or the cylinder alone");
   }
 }
-
-// Energies below this (kT, for the whole molecule) leave a position out of
-// the electrostatic grid.
-constexpr double kEnergyTolerance = 1e-2;
-// The electrostatic energy is computed exactly at positions this many per
-// Debye length and interpolated in between (0: at every position).
-constexpr double kNodesPerDebyeLength = 4;
 
 void check_sampling(const Sampling& sampling) {
   if (sampling.theta < 1 || sampling.phi < 1 || sampling.psi < 1) {
@@ -225,9 +224,10 @@ SaupeElements PredictionContext::predict_saupe(std::span<const Vec3> positions,
             {{c.position.x - center[1], c.position.y - center[2], c.position.z - center[3]},
              c.charge});
       }
+      const ObstacleCharge& c = *medium.charge;
       detail::ElectrostaticInteraction interaction(
-          obstacle, *potential, std::move(centred), kEnergyTolerance,
-          kNodesPerDebyeLength > 0 ? potential->debye() / kNodesPerDebyeLength : 0.0);
+          obstacle, *potential, std::move(centred), c.energy_tolerance,
+          c.nodes_per_debye_length > 0 ? potential->debye() / c.nodes_per_debye_length : 0.0);
       interaction.set_grid_step(medium.grid_spacing);
       detail::simulate_weighted(settings, placement, impl_->orientations, scaling,
                                 static_cast<int>(n), x, y, z, &interaction, workers, saupe);

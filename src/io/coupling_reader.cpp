@@ -13,8 +13,14 @@
 #include <system_error>
 #include <utility>
 
+#include "io/number_text.hpp"
+
 namespace vorn::io {
 namespace {
+
+using number_text::to_int;
+using number_text::to_number;
+using number_text::without_plus;
 
 // A problem with one line or statement; turned into an InputError, or
 // counted with `lenient`.
@@ -52,31 +58,6 @@ std::string shown(std::string_view s) {
   out.append(s.substr(0, kMaxShown));
   out.append(s.size() > kMaxShown ? "...\"" : "\"");
   return out;
-}
-
-// from_chars takes no leading "+"; one is allowed here before a digit or ".".
-std::string_view without_plus(std::string_view s) {
-  if (s.size() > 1 && s.front() == '+' && s[1] != '+' && s[1] != '-') s.remove_prefix(1);
-  return s;
-}
-
-std::optional<int> to_int(std::string_view s) {
-  s = without_plus(s);
-  int value = 0;
-  const auto [end, ec] = std::from_chars(s.data(), s.data() + s.size(), value);
-  if (s.empty() || ec != std::errc() || end != s.data() + s.size()) return std::nullopt;
-  return value;
-}
-
-// A finite number written in full; nullopt otherwise (also for "nan", "inf").
-std::optional<double> to_number(std::string_view s) {
-  s = without_plus(s);
-  double value = 0.0;
-  const auto [end, ec] = std::from_chars(s.data(), s.data() + s.size(), value);
-  if (s.empty() || ec != std::errc() || end != s.data() + s.size() || !std::isfinite(value)) {
-    return std::nullopt;
-  }
-  return value;
 }
 
 // The lines of a text, numbered from 1.

@@ -19,8 +19,14 @@
 #include <system_error>
 #include <tuple>
 
+#include "io/number_text.hpp"
+
 namespace vorn::io {
 namespace {
+
+using number_text::to_int;
+using number_text::to_number;
+using number_text::without_plus;
 
 [[noreturn]] void fail(const std::string& path, long line, const std::string& what) {
   throw InputError(path + ":" + std::to_string(line) + ": " + what);
@@ -54,31 +60,6 @@ std::vector<std::string_view> split_fields(std::string_view line) {
     fields.push_back(line.substr(start, i - start));
   }
   return fields;
-}
-
-// from_chars takes no leading "+"; one is allowed here before a digit or ".".
-std::string_view without_plus(std::string_view s) {
-  if (s.size() > 1 && s.front() == '+' && s[1] != '+' && s[1] != '-') s.remove_prefix(1);
-  return s;
-}
-
-std::optional<int> to_int(std::string_view s) {
-  s = without_plus(s);
-  int value = 0;
-  const auto [end, ec] = std::from_chars(s.data(), s.data() + s.size(), value);
-  if (s.empty() || ec != std::errc() || end != s.data() + s.size()) return std::nullopt;
-  return value;
-}
-
-// A finite number written in full; nullopt otherwise (also for "nan", "inf").
-std::optional<double> to_number(std::string_view s) {
-  s = without_plus(s);
-  double value = 0.0;
-  const auto [end, ec] = std::from_chars(s.data(), s.data() + s.size(), value);
-  if (s.empty() || ec != std::errc() || end != s.data() + s.size() || !std::isfinite(value)) {
-    return std::nullopt;
-  }
-  return value;
 }
 
 // "52" or "52A": the number and the insertion code.

@@ -1,6 +1,7 @@
 #include "simulation/electrostatic_interaction.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 namespace vorn::detail {
@@ -39,16 +40,23 @@ ElectrostaticInteraction::ElectrostaticInteraction(const Obstacle& obstacle,
                : 0.0;
   tolerance_ = tolerance;
   for (const double q : q_) abs_q_.push_back(std::fabs(q));
-  // The table with its slopes, padded with zeros: an index clamped to the
-  // last entry reads 0 (beyond the potential's range).
-  const std::vector<double>& values = potential_.values();
-  table_.assign(values.begin(), values.end());
-  table_.push_back(0.0);
-  table_.push_back(0.0);
-  slope_.resize(table_.size());
-  for (std::size_t j = 0; j + 1 < table_.size(); ++j) slope_[j] = table_[j + 1] - table_[j];
-  slope_.back() = 0.0;
-  inverse_step_ = potential_.step() > 0.0 ? 1.0 / potential_.step() : 0.0;
+  // The potential resampled at kTablePointsPerDebyeLength points per Debye
+  // length, each with its slope to the next (linear interpolation within
+  // 1e-4 of psi), small enough to stay in the first-level cache; padded with
+  // zeros, so that an index clamped to the last entry reads 0 (beyond the
+  // potential's range).
+  const double range = potential_.values().size() * potential_.step();
+  const double step = potential_.debye() / kTablePointsPerDebyeLength;
+  const auto points = range > 0.0 ? static_cast<std::size_t>(std::ceil(range / step)) + 1 : 0;
+  std::vector<double> values(points);
+  for (std::size_t j = 0; j < points; ++j) values[j] = potential_(static_cast<double>(j) * step);
+  values.push_back(0.0);
+  values.push_back(0.0);
+  table_.resize(values.size());
+  for (std::size_t j = 0; j < values.size(); ++j) {
+    table_[j] = {values[j], j + 1 < values.size() ? values[j + 1] - values[j] : 0.0};
+  }
+  inverse_step_ = 1.0 / step;
 }
 
 void ElectrostaticInteraction::set_grid_step(double step) {
@@ -73,8 +81,7 @@ void ElectrostaticInteraction::add_energy(const OrientationFrame& frame,
     w.p[i] = X[0] * qx_[i] + X[1] * qy_[i] + X[2] * qz_[i];
     w.s[i] = Y[0] * qx_[i] + Y[1] * qy_[i] + Y[2] * qz_[i];
   }
-  const double* table = table_.data();
-  const double* slope = slope_.data();
+  const std::array<double, 2>* table = table_.data();
   const double top = static_cast<double>(table_.size() - 1);
   const double inverse_step = inverse_step_;
   const bool cylinder = obstacle_.shape == Obstacle::Shape::cylinder;
@@ -98,7 +105,7 @@ void ElectrostaticInteraction::add_energy(const OrientationFrame& frame,
       const double h = cylinder ? std::sqrt(dx * dx + s2[i]) - radius : dx;
       const double t = std::min(std::max(h * inverse_step, 0.0), top);
       const auto j = static_cast<std::size_t>(t);
-      const double v = table[j] + (t - static_cast<double>(j)) * slope[j];
+      const double v = table[j][0] + (t - static_cast<double>(j)) * table[j][1];
       u += q[i] * v;
       b += aq[i] * v;
     }

@@ -5,6 +5,7 @@
 // neglected).
 #pragma once
 
+#include <array>
 #include <vector>
 
 #include "simulation/interaction.hpp"
@@ -35,7 +36,8 @@ class ElectrostaticInteraction : public Interaction {
   Obstacle obstacle_;
   const SurfacePotential& potential_;
   std::vector<double> qx_, qy_, qz_, q_, abs_q_;
-  std::vector<double> table_, slope_;
+  static constexpr double kTablePointsPerDebyeLength = 40.0;
+  std::vector<std::array<double, 2>> table_;  // psi and its step to the next entry
   double inverse_step_ = 0.0;
   double tolerance_ = 0.0;
   double reach_ = 0.0;

@@ -846,6 +846,29 @@ PassSums wall_pass_on(const AtomTree& atoms, double radius, double max_obstructi
       });
 }
 
+// Sizes a workspace for the cylinder's contact rows of these atoms.
+void size_cylinder_workspace(Workspace& w, const AtomTree& atoms, const CylinderGrid& geometry,
+                             int no_atoms) {
+  const std::size_t nodes = static_cast<std::size_t>(atoms.nodes());
+  if (geometry.bounded) {
+    w.X.resize(atoms.x.size());
+    w.Y.resize(atoms.x.size());
+    w.stamp.assign(nodes, 0);
+    w.projected.assign(nodes, 0);
+    w.pc.resize(nodes);
+    w.qc.resize(nodes);
+    w.rho.resize(nodes);
+    w.limit.resize(nodes);
+    w.oX.resize(atoms.ox.size());
+    w.oY.resize(atoms.ox.size());
+    w.olive.resize(atoms.ox.size());
+  } else {
+    w.x_temp.resize(static_cast<std::size_t>(std::max(no_atoms, 0)) + 1);
+    w.y_temp.resize(static_cast<std::size_t>(std::max(no_atoms, 0)) + 1);
+    w.allowed.resize(static_cast<std::size_t>(std::max(geometry.positions, 0)));
+  }
+}
+
 PassSums cylinder_pass_on(const AtomTree& atoms, double radius2, int no_atoms,
                           const std::vector<double>& x, const std::vector<double>& y,
                           const std::vector<double>& z, int no_pt_ph, int o_pts,
@@ -853,26 +876,7 @@ PassSums cylinder_pass_on(const AtomTree& atoms, double radius2, int no_atoms,
   threads = worker_count(threads);
   const CylinderGrid geometry = cylinder_grid(radius2, no_pt_ph, grid_ph);
   std::vector<Workspace> work(static_cast<std::size_t>(threads));
-  const std::size_t nodes = static_cast<std::size_t>(atoms.nodes());
-  for (Workspace& w : work) {
-    if (geometry.bounded) {
-      w.X.resize(atoms.x.size());
-      w.Y.resize(atoms.x.size());
-      w.stamp.assign(nodes, 0);
-      w.projected.assign(nodes, 0);
-      w.pc.resize(nodes);
-      w.qc.resize(nodes);
-      w.rho.resize(nodes);
-      w.limit.resize(nodes);
-      w.oX.resize(atoms.ox.size());
-      w.oY.resize(atoms.ox.size());
-      w.olive.resize(atoms.ox.size());
-    } else {
-      w.x_temp.resize(static_cast<std::size_t>(std::max(no_atoms, 0)) + 1);
-      w.y_temp.resize(static_cast<std::size_t>(std::max(no_atoms, 0)) + 1);
-      w.allowed.resize(static_cast<std::size_t>(std::max(geometry.positions, 0)));
-    }
-  }
+  for (Workspace& w : work) size_cylinder_workspace(w, atoms, geometry, no_atoms);
   return run_pass(
       no_pt_ph, o_pts, tables, threads, work, [&](Workspace& w, int m, unsigned char* allowed) {
         if (geometry.bounded) {
@@ -1150,27 +1154,8 @@ void ContactRows::ScratchDeleter::operator()(Scratch* scratch) const { delete sc
 
 ContactRows::ScratchPtr ContactRows::scratch() const {
   ScratchPtr s(new Scratch);
-  Workspace& w = s->w;
-  if (impl_->cylinder) {
-    const std::size_t nodes = static_cast<std::size_t>(impl_->atoms->nodes());
-    if (impl_->geometry.bounded) {
-      w.X.resize(impl_->atoms->x.size());
-      w.Y.resize(impl_->atoms->x.size());
-      w.stamp.assign(nodes, 0);
-      w.projected.assign(nodes, 0);
-      w.pc.resize(nodes);
-      w.qc.resize(nodes);
-      w.rho.resize(nodes);
-      w.limit.resize(nodes);
-      w.oX.resize(impl_->atoms->ox.size());
-      w.oY.resize(impl_->atoms->ox.size());
-      w.olive.resize(impl_->atoms->ox.size());
-    } else {
-      w.x_temp.resize(static_cast<std::size_t>(std::max(impl_->no_atoms, 0)) + 1);
-      w.y_temp.resize(static_cast<std::size_t>(std::max(impl_->no_atoms, 0)) + 1);
-      w.allowed.resize(static_cast<std::size_t>(std::max(impl_->positions, 0)));
-    }
-  }
+  if (impl_->cylinder)
+    size_cylinder_workspace(s->w, *impl_->atoms, impl_->geometry, impl_->no_atoms);
   return s;
 }
 
