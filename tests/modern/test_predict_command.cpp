@@ -533,6 +533,9 @@ TEST(PredictCommand, Pf1RecordsItsSettingsAndTheTitrationCharge) {
   // 0.15 M of 1:1 salt in water at 25 C screens over about 7.85 A
   // (0.304 nm / sqrt(I/M)).
   EXPECT_NEAR(s.at("debye_length").get<double>(), 3.04 / std::sqrt(0.15), 0.05);
+  // The sampling of the energy in effect.
+  EXPECT_EQ(s.at("nodes_per_debye_length").get<double>(), ObstacleCharge{}.nodes_per_debye_length);
+  EXPECT_EQ(s.at("energy_tolerance").get<double>(), ObstacleCharge{}.energy_tolerance);
 
   // Ubiquitin's ionisable groups counted from the file.
   const Titration expected = titrate_by_hand(data_path("structures/ubq_2mjb_m1.pdb"), 7.0);
