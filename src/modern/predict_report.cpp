@@ -201,6 +201,8 @@ json settings_json(const PredictSettings& s) {
     j["temperature"] = c.temperature;
     j["potential"] = potential_name(c.potential);
     j["debye_length"] = debye_length(c.ionic_strength, c.temperature);
+    j["nodes_per_debye_length"] = c.nodes_per_debye_length;
+    j["energy_tolerance"] = c.energy_tolerance;
     j["charges"] = charges_source(s);
     // The pH enters the titration only.
     if (s.charges_file.empty()) j["ph"] = s.ph;

@@ -533,6 +533,9 @@ TEST(PredictCommand, Pf1RecordsItsSettingsAndTheTitrationCharge) {
   // 0.15 M of 1:1 salt in water at 25 C screens over about 7.85 A
   // (0.304 nm / sqrt(I/M)).
   EXPECT_NEAR(s.at("debye_length").get<double>(), 3.04 / std::sqrt(0.15), 0.05);
+  // The sampling of the energy in effect.
+  EXPECT_EQ(s.at("nodes_per_debye_length").get<double>(), ObstacleCharge{}.nodes_per_debye_length);
+  EXPECT_EQ(s.at("energy_tolerance").get<double>(), ObstacleCharge{}.energy_tolerance);
 
   // Ubiquitin's ionisable groups counted from the file.
   const Titration expected = titrate_by_hand(data_path("structures/ubq_2mjb_m1.pdb"), 7.0);
@@ -595,19 +598,18 @@ TEST(PredictCommand, OptionsOfTheChargedObstacle) {
 TEST(PredictCommand, UnchargedObstaclesAreTheStericModel) {
   // Without a charge density, phage is the steric cylinder as before: the
   // classic run's elements and the settings of an uncharged run, no more.
-  const json phage = predict_json("--medium phage " + kUbq);
+  const RunResult phage_run = run_vorn("predict --format json --medium phage " + kUbq);
+  ASSERT_EQ(phage_run.status, 0);
+  const json phage = json::parse(phage_run.out);
   EXPECT_TRUE(same_bits(saupe_of(phage["models"][0]),
                         classic_saupe("structures/ubq_1d3z_m1.pdb", "ANISOTROPIC_MEDIUM: 2\n")));
   std::vector<std::string> keys;
-  for (const auto& [key, value] : phage.at("settings").items()) keys.push_back(key);
-  std::vector<std::string> expected{
-      "medium",      "concentration",  "molar_ratio",     "obstacle_dimension",
-      "atom_radius", "grid_spacing",   "order_parameter", "sampling",
-      "select",      "keep_hydrogens", "hetatm",          "altloc",
-      "chains",      "exclude",        "models"};
-  std::sort(keys.begin(), keys.end());
-  std::sort(expected.begin(), expected.end());
-  EXPECT_EQ(keys, expected);
+  const auto ordered = nlohmann::ordered_json::parse(phage_run.out);
+  for (const auto& [key, value] : ordered.at("settings").items()) keys.push_back(key);
+  EXPECT_EQ(keys, (std::vector<std::string>{
+                      "medium", "concentration", "molar_ratio", "obstacle_dimension", "atom_radius",
+                      "grid_spacing", "order_parameter", "sampling", "select", "keep_hydrogens",
+                      "hetatm", "altloc", "chains", "exclude", "models"}));
   EXPECT_FALSE(phage["models"][0].contains("net_charge"));
   // A zero charge density is no charge: the same bytes.
   for (const std::string medium : {"phage", "bicelle"}) {
