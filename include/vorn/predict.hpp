@@ -33,7 +33,7 @@ struct Medium {
   MediumKind kind = MediumKind::bicelle;
   double concentration = 0.05;  // g/ml of lipid or phage
   double molar_ratio = 3.0;     // long- to short-chain lipid (bicelles)
-  // Thickness of the bicelle wall or diameter of the phage, Angstrom; unset:
+  // Thickness of the bicelle wall or radius of the phage cylinder, Angstrom; unset:
   // 20 for the wall (also the combined medium), 30 for the phage.
   std::optional<double> obstacle_dimension;
   // Contact distance of an atom centre, Angstrom: 1.4 goes with the surface

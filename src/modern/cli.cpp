@@ -168,7 +168,7 @@ void add_model_options(CLI::App& cmd, PredictSettings& s, OptionText& t, const c
       ->check(CLI::PositiveNumber)
       ->capture_default_str();
   cmd.add_option("--obstacle-dimension", s.medium.obstacle_dimension,
-                 "bicelle thickness or phage diameter, A (default: 20 bicelle, 30 phage)")
+                 "bicelle thickness or phage cylinder radius, A (default: 20 bicelle, 30 phage)")
       ->group(group)
       ->check(CLI::PositiveNumber);
   add_charge_options(cmd, t, charge_group);
