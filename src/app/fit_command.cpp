@@ -9,6 +9,7 @@
 
 #include "vorn/couplings.hpp"
 #include "vorn/error.hpp"
+#include "vorn/hydrogens.hpp"
 
 namespace vorn::app {
 
@@ -278,8 +279,9 @@ struct ModelPredicted {
 // Everything one group of models (one model, or the ensemble) contributes.
 struct Group {
   std::vector<int> models;
-  std::vector<SaupeElements> predicted;  // one per model with --predict
-  std::vector<ModelCharge> charges;      // one per model with a charged medium
+  int built_hydrogens = 0, unplaced_hydrogens = 0;  // of the first model
+  std::vector<SaupeElements> predicted;             // one per model with --predict
+  std::vector<ModelCharge> charges;                 // one per model with a charged medium
   // Per set, per coupling: the sum of the design rows over the models.
   std::vector<std::vector<ResolvedCoupling>> sets;
   std::vector<std::vector<bool>> present;  // coupling resolved in every model so far
@@ -287,8 +289,16 @@ struct Group {
 
 // Adds a model's couplings (and its predicted tensor, with --predict) to the
 // group.
+bool names_proton(const std::string& name) {
+  return !name.empty() && (name[0] == 'H' || name[0] == 'Q');
+}
+
 void add_model(Group& g, const io::Model& model, const io::CouplingFile& file, const FitSettings& s,
-               const std::optional<ModelPredicted>& predicted) {
+               const std::optional<ModelPredicted>& predicted, const AddedHydrogens* placed) {
+  if (g.models.empty() && placed != nullptr) {
+    g.built_hydrogens = static_cast<int>(placed->added.size());
+    g.unplaced_hydrogens = placed->unplaced;
+  }
   g.models.push_back(model.number);
   const ModelIndex index(model.atoms);
   if (g.sets.empty()) {
@@ -322,10 +332,17 @@ void add_model(Group& g, const io::Model& model, const io::CouplingFile& file, c
       double dmax = 0.0, length = 0.0;
       if (!design_in_model(index, r.measured, s.structure_lengths, where, row, dmax, length)) {
         if (!s.coupling_read.lenient) {
+          const bool no_protons =
+              (names_proton(r.measured.atom1.name) || names_proton(r.measured.atom2.name)) &&
+              !has_hydrogens(model.atoms);
           throw InputError(where + ": coupling " + describe(r.measured.atom1) + " - " +
                            describe(r.measured.atom2) + ": atom not found in model " +
                            std::to_string(model.number) + " of " + s.structure +
-                           " (--lenient skips such couplings)");
+                           " (--lenient skips such couplings" +
+                           (no_protons ? "; the structure has no hydrogens: --add-hydrogens "
+                                         "places them"
+                                       : "") +
+                           ")");
         }
         g.present[k][i] = false;
         continue;
@@ -350,6 +367,8 @@ void finish_group(Group& g, const io::CouplingFile& file, const FitSettings& s, 
     SetFit set;
     set.set = file.sets[k].name;
     set.models = g.models;
+    set.built_hydrogens = g.built_hydrogens;
+    set.unplaced_hydrogens = g.unplaced_hydrogens;
     for (std::size_t i = 0; i < g.sets[k].size(); ++i) {
       if (!g.present[k][i]) {
         ++set.unresolved;
@@ -426,6 +445,7 @@ FitResult run_fit(const FitSettings& s) {
   // --predict); their couplings are added in file order on this thread.
   struct Read {
     io::Model model;
+    std::optional<AddedHydrogens> placed;  // with --add-hydrogens (its atoms moved to the model)
     std::optional<ModelPredicted> predicted;
   };
   Group group;
@@ -434,6 +454,11 @@ FitResult run_fit(const FitSettings& s) {
       reader, plan.workers,
       [&](io::Model&& model) {
         Read r;
+        if (s.common.add_hydrogens) {
+          r.placed = add_hydrogens(model.atoms);
+          model.atoms = std::move(r.placed->atoms);
+          r.placed->atoms.clear();
+        }
         if (context) {
           const ModelSaupe p =
               predict_model_saupe(steric_atoms(model.atoms, common), model.atoms, common, *context,
@@ -452,7 +477,7 @@ FitResult run_fit(const FitSettings& s) {
           }
           return false;  // one model: the first
         }
-        add_model(group, r.model, file, s, r.predicted);
+        add_model(group, r.model, file, s, r.predicted, r.placed ? &*r.placed : nullptr);
         if (s.mode == FitMode::per_model) {
           finish_group(group, file, s, result);
           group = Group{};

@@ -31,7 +31,9 @@ struct FitSettings {
   int samples = 1000;
   std::uint64_t seed = 0;
   bool predict = false;
-  // Reading options, the steric model of --predict, output format and file.
+  // Reading options (with add_hydrogens: every missing hydrogen placed
+  // before the couplings are resolved), the steric model of --predict,
+  // output format and file.
   PredictSettings common;
   std::string plot_file;
 };
@@ -73,6 +75,10 @@ struct SetFit {
   std::optional<ErrorEstimate> errors;
   std::optional<PredictionComparison> prediction;
   int unresolved = 0;  // couplings skipped with --lenient
+  // Hydrogens placed with --add-hydrogens (common.add_hydrogens), and those
+  // that could not be (heavy atoms missing), in the first of the models.
+  int built_hydrogens = 0;
+  int unplaced_hydrogens = 0;
 };
 
 struct FitResult {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <set>
 #include <sstream>
 #include <string>
 #include <tuple>
@@ -243,10 +244,51 @@ double effective_atom_radius(const PredictSettings& settings) {
   return settings.selection == Selection::surface ? 1.4 : 3.0;
 }
 
+std::optional<AddedHydrogens> placed_hydrogens(std::span<const Atom> atoms, bool add) {
+  if (!add && has_hydrogens(atoms)) return std::nullopt;
+  return add_hydrogens(atoms);
+}
+
+ModelCouplings backbone_couplings(std::span<const Atom> atoms,
+                                  const std::optional<AddedHydrogens>& placed,
+                                  const SaupeElements& saupe) {
+  ModelCouplings result;
+  using Key = std::tuple<std::string, int, char, std::string>;
+  std::set<Key> built;
+  if (placed) {
+    for (std::size_t i : placed->added) {
+      const Atom& h = placed->atoms[i];
+      built.insert({h.chain, h.residue_number, h.insertion_code, h.name});
+    }
+    result.built_hydrogens = static_cast<int>(placed->added.size());
+    result.unplaced_hydrogens = placed->unplaced;
+  }
+  const BackboneSites sites = placed ? backbone_sites(placed->atoms, false) : backbone_sites(atoms);
+  if (!placed) result.built_hydrogens = sites.built_hydrogens;
+  result.couplings.reserve(sites.sites.size());
+  for (const CouplingSite& site : sites.sites) {
+    PredictedCoupling c;
+    c.site = site;
+    if (placed && site.element2 == "H") {
+      c.site.built_hydrogen =
+          built.count({site.chain, site.residue_number, site.insertion_code, site.atom2}) > 0;
+    }
+    c.dmax_hz = dipolar_constant_hz(site.element1, site.element2, standard_distance(site.type));
+    c.predicted_hz = dipolar_coupling_hz(saupe, site.vector, c.dmax_hz);
+    result.couplings.push_back(std::move(c));
+  }
+  return result;
+}
+
 ModelPrediction predict_model(const Model& model, const PredictSettings& settings,
                               const PredictionContext& context, int threads,
                               const std::string& path) {
-  const std::vector<Vec3> atoms = steric_atoms(model.atoms, settings);
+  // Hydrogens placed on request stand for read ones; placed because the
+  // model has none, they serve the couplings alone.
+  const std::optional<AddedHydrogens> placed =
+      placed_hydrogens(model.atoms, settings.add_hydrogens);
+  const std::vector<Atom>& model_atoms = settings.add_hydrogens ? placed->atoms : model.atoms;
+  const std::vector<Vec3> atoms = steric_atoms(model_atoms, settings);
   if (atoms.empty()) {
     throw InputError(path + ": model " + std::to_string(model.number) +
                      " has no atom left after the selection");
@@ -256,20 +298,15 @@ ModelPrediction predict_model(const Model& model, const PredictSettings& setting
   m.atoms_read = static_cast<int>(model.atoms.size());
   m.atoms_used = static_cast<int>(atoms.size());
   const ModelSaupe saupe =
-      predict_model_saupe(atoms, model.atoms, settings, context, threads, model.number, path);
+      predict_model_saupe(atoms, model_atoms, settings, context, threads, model.number, path);
   m.tensor = analyze_tensor(saupe.saupe);
   m.net_charge = saupe.net_charge;
   m.charged_groups = saupe.charged_groups;
-  const BackboneSites sites = backbone_sites(model.atoms);
-  m.built_hydrogens = sites.built_hydrogens;
-  m.couplings.reserve(sites.sites.size());
-  for (const CouplingSite& site : sites.sites) {
-    PredictedCoupling c;
-    c.site = site;
-    c.dmax_hz = dipolar_constant_hz(site.element1, site.element2, standard_distance(site.type));
-    c.predicted_hz = dipolar_coupling_hz(m.tensor.saupe, site.vector, c.dmax_hz);
-    m.couplings.push_back(std::move(c));
-  }
+  ModelCouplings couplings = backbone_couplings(model.atoms, placed, m.tensor.saupe);
+  m.couplings = std::move(couplings.couplings);
+  m.hydrogens_placed = placed.has_value();
+  m.built_hydrogens = couplings.built_hydrogens;
+  m.unplaced_hydrogens = couplings.unplaced_hydrogens;
   return m;
 }
 

@@ -26,6 +26,7 @@
 #include "vorn/charges.hpp"
 #include "vorn/couplings.hpp"
 #include "vorn/electrostatics.hpp"
+#include "vorn/hydrogens.hpp"
 #include "vorn/predict.hpp"
 #include "vorn/statistics.hpp"
 #include "vorn/tensor.hpp"
@@ -48,6 +49,10 @@ struct PredictSettings {
   std::vector<std::string> files;
   std::optional<Format> input_format;
   ReadOptions read;  // read.keep_hydrogens: hydrogens take part in the steric model
+  // Every missing hydrogen of the standard residues is placed (add_hydrogens);
+  // the hydrogens placed then stand for read ones (steric model with
+  // keep_hydrogens or the "all" selection, charges, couplings).
+  bool add_hydrogens = false;
   Selection selection = Selection::surface;
   Medium medium;
   // The medium's name in the reports: "pf1" for that preset; empty: the
@@ -80,7 +85,13 @@ struct ModelPrediction {
   int atoms_used = 0;  // atoms in the steric model
   AlignmentTensor tensor;
   std::vector<PredictedCoupling> couplings;
+  // Hydrogens placed: by add_hydrogens (with the settings' add_hydrogens, or
+  // for the couplings of a model without any hydrogen), else the amide
+  // hydrogens backbone_sites builds. Unplaced: missing hydrogens of known
+  // residues that add_hydrogens could not place.
+  bool hydrogens_placed = false;  // add_hydrogens ran
   int built_hydrogens = 0;
+  int unplaced_hydrogens = 0;
   // With a charged medium: the molecule's net charge (e) and its charged
   // groups (AtomCharges); zero otherwise.
   double net_charge = 0.0;
@@ -192,6 +203,25 @@ struct ModelSaupe {
 ModelSaupe predict_model_saupe(std::span<const Vec3> steric, std::span<const Atom> atoms,
                                const PredictSettings& settings, const PredictionContext& context,
                                int threads, int model, const std::string& path);
+
+// The hydrogens placed on a model's atoms (add_hydrogens): every missing one
+// with `add_hydrogens`; without it, when the atoms hold no hydrogen at all
+// (an X-ray structure), for the couplings alone. Nothing otherwise.
+std::optional<AddedHydrogens> placed_hydrogens(std::span<const Atom> atoms, bool add_hydrogens);
+
+// The backbone couplings of a model with a tensor, as `vorn predict`
+// reports them: the sites of the atoms with the hydrogens placed where
+// `placed` holds them (placed_hydrogens), else of `atoms` (with the amide
+// hydrogens backbone_sites builds where they hold hydrogens but no amide
+// H); each coupling at the standard distance of its type.
+struct ModelCouplings {
+  std::vector<PredictedCoupling> couplings;
+  int built_hydrogens = 0;
+  int unplaced_hydrogens = 0;
+};
+ModelCouplings backbone_couplings(std::span<const Atom> atoms,
+                                  const std::optional<AddedHydrogens>& placed,
+                                  const SaupeElements& saupe);
 
 // The atoms of the steric model by the selection rule (hydrogens only with
 // keep_hydrogens or the "all" selection; surface: the classic rule).

@@ -108,6 +108,10 @@ void add_reading_options(CLI::App& cmd, PredictSettings& s, OptionText& t) {
   cmd.add_flag("--keep-hydrogens", s.read.keep_hydrogens,
                "hydrogens take part in the steric model (default: removed)")
       ->group(group);
+  cmd.add_flag("--add-hydrogens", s.add_hydrogens,
+               "place every missing hydrogen of the standard residues from the heavy atoms "
+               "(steric model: as read hydrogens)")
+      ->group(group);
   cmd.add_option("--chains", s.read.chains, "chains to read, e.g. A,B (default: all)")
       ->group(group);
   cmd.add_option("--exclude", s.read.exclude,

@@ -54,6 +54,8 @@ json set_json(const SetFit& s, const FitSettings& settings) {
   j["models"] = s.models;
   j["n"] = s.couplings.size();
   j["unresolved"] = s.unresolved;
+  j["built_hydrogens"] = s.built_hydrogens;
+  j["unplaced_hydrogens"] = s.unplaced_hydrogens;
   json tensor = tensor_json(s.fit.tensor);
   tensor["aa"] = s.fit.tensor.da;
   tensor["ar"] = s.fit.tensor.dr;
@@ -148,6 +150,7 @@ std::string format_json(const FitResult& r, const FitSettings& s) {
                                                              : "single"},
                      {"weighted", s.weighted},
                      {"bond_lengths", s.structure_lengths ? "structure" : "standard"},
+                     {"add_hydrogens", s.common.add_hydrogens},
                      {"fix_sign", s.fix_sign},
                      {"drop_outliers", s.drop_outliers},
                      {"errors", s.errors ? method_name(*s.errors) : "none"},
@@ -220,6 +223,13 @@ std::string format_text(const FitResult& r, const FitSettings& settings) {
         s.models.size() > 1 ? "s" : "", models, s.couplings.size(),
         s.fit.weighted ? " (weighted by their errors)" : "",
         s.unresolved > 0 ? fmt::format(", {} not found and skipped", s.unresolved) : std::string());
+    if (settings.common.add_hydrogens) {
+      out += fmt::format(
+          "  hydrogens placed from the heavy atoms (--add-hydrogens): {}{}\n", s.built_hydrogens,
+          s.unplaced_hydrogens > 0
+              ? fmt::format(" ({} not placed: heavy atoms missing)", s.unplaced_hydrogens)
+              : std::string());
+    }
     out += "  Saupe matrix (x, y, z):\n";
     for (const auto& row : saupe_matrix(t.saupe))
       out += fmt::format("    {:13.6e} {:13.6e} {:13.6e}\n", row[0], row[1], row[2]);

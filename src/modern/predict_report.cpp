@@ -123,6 +123,7 @@ std::string model_json(const ModelPrediction& m, bool charged) {
   out.raw(",\"atoms_read\":").integer(m.atoms_read);
   out.raw(",\"atoms_used\":").integer(m.atoms_used);
   out.raw(",\"built_hydrogens\":").integer(m.built_hydrogens);
+  out.raw(",\"unplaced_hydrogens\":").integer(m.unplaced_hydrogens);
   if (charged) {
     out.raw(",\"net_charge\":").number(m.net_charge);
     out.raw(",\"charged_groups\":").integer(m.charged_groups);
@@ -210,6 +211,7 @@ json settings_json(const PredictSettings& s) {
   j["sampling"] = {s.sampling.theta, s.sampling.phi, s.sampling.psi};
   j["select"] = selection_name(s.selection);
   j["keep_hydrogens"] = s.read.keep_hydrogens;
+  j["add_hydrogens"] = s.add_hydrogens;
   j["hetatm"] = s.read.hetatm;
   j["altloc"] = s.read.altloc ? std::string(1, *s.read.altloc) : std::string();
   j["chains"] = s.read.chains;
@@ -313,7 +315,18 @@ std::string PredictReport::model(const ModelPrediction& p, const std::string& fi
   for (const auto& e : t.euler_deg)
     out += fmt::format("  ({:.2f}, {:.2f}, {:.2f})", e[0], e[1], e[2]);
   out += "\n";
-  if (p.built_hydrogens > 0) {
+  const std::string unplaced =
+      p.unplaced_hydrogens > 0
+          ? fmt::format(" ({} not placed: heavy atoms missing)", p.unplaced_hydrogens)
+          : std::string();
+  if (settings_.add_hydrogens) {
+    out += fmt::format("  hydrogens placed from the heavy atoms (--add-hydrogens): {}{}\n",
+                       p.built_hydrogens, unplaced);
+  } else if (p.hydrogens_placed) {
+    out += fmt::format(
+        "  no hydrogens in the structure: {} placed from the heavy atoms for the couplings{}\n",
+        p.built_hydrogens, unplaced);
+  } else if (p.built_hydrogens > 0) {
     out += fmt::format(
         "  no amide hydrogens in the structure: {} built on the C'-N-CA bisector at 1.02 A\n",
         p.built_hydrogens);

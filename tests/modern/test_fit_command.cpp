@@ -443,6 +443,61 @@ TEST(FitCommand, UbiquitinIsTheIndependentLeastSquaresSolution) {
   EXPECT_FALSE(set["ill_conditioned"].get<bool>());
 }
 
+TEST(FitCommand, XrayStructureWithHydrogensAdded) {
+  // 1UBQ has no hydrogen: the couplings of protons are not found unless
+  // --add-hydrogens places them.
+  const std::string xray = quoted(data_path("raw/1UBQ_raw.pdb"));
+  const RunResult missing = run_vorn("fit " + xray + " " + quoted(kDc));
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_NE(missing.err.find("atom not found in model 1"), std::string::npos) << missing.err;
+  EXPECT_NE(missing.err.find("the structure has no hydrogens: --add-hydrogens places them"),
+            std::string::npos)
+      << missing.err;
+
+  const json lenient = fit_json("--lenient " + xray + " " + quoted(kDc));
+  const json& without = lenient.at("sets").at(0);
+  EXPECT_EQ(without.at("n"), 58 + 61);  // CA-C and C-N
+  EXPECT_EQ(without.at("unresolved"), 305 - 58 - 61);
+  EXPECT_FALSE(without["quality"]["per_type"].contains("CA-HA"));
+  EXPECT_EQ(without.at("built_hydrogens"), 0);
+
+  const json doc = fit_json("--add-hydrogens " + xray + " " + quoted(kDc));
+  EXPECT_EQ(doc.at("settings").at("add_hydrogens"), true);
+  const json& set = doc.at("sets").at(0);
+  EXPECT_EQ(set.at("n"), 305);
+  EXPECT_EQ(set.at("unresolved"), 0);
+  EXPECT_EQ(set.at("built_hydrogens"), 630);
+  EXPECT_EQ(set.at("unplaced_hydrogens"), 0);
+  const json& alpha = set["quality"]["per_type"].at("CA-HA");
+  EXPECT_EQ(alpha.at("n"), 62);
+  const Real dmax_ch = dmax_hz("C", "H", 1.09L);
+  for (const json& row : set.at("couplings")) {
+    if (row.at("type") != "CA-HA") continue;
+    EXPECT_EQ(row.at("distance").get<double>(), 1.09);
+    EXPECT_NEAR(row.at("dmax_hz").get<double>(), static_cast<double>(dmax_ch),
+                1e-9 * fabsl(dmax_ch));
+  }
+  // The X-ray structure with hydrogens placed describes the alignment the
+  // NMR structure refined against these couplings does: Da and R close to
+  // its own fit, the alpha protons within a quality factor of 0.3.
+  const json nmr = fit_json(quoted(data_path("structures/ubq_1d3z_m1.pdb")) + " " + quoted(kDc));
+  const double da = set["tensor"]["da_hz"].get<double>();
+  const double da_nmr = nmr["sets"][0]["tensor"]["da_hz"].get<double>();
+  std::printf(
+      "vorn fit 1UBQ --add-hydrogens: Da(NH) = %.3f Hz (1D3Z: %.3f), R = %.3f (%.3f), "
+      "Q = %.3f, Q(CA-HA) = %.3f\n",
+      da, da_nmr, set["tensor"]["rhombicity"].get<double>(),
+      nmr["sets"][0]["tensor"]["rhombicity"].get<double>(), set["quality"]["q"].get<double>(),
+      alpha["q"].get<double>());
+  EXPECT_NEAR(da, da_nmr, 0.1 * da_nmr);
+  EXPECT_NEAR(set["tensor"]["rhombicity"].get<double>(),
+              nmr["sets"][0]["tensor"]["rhombicity"].get<double>(), 0.05);
+  EXPECT_LT(alpha.at("q").get<double>(), 0.3);
+  const RunResult text = run_vorn("fit --add-hydrogens " + xray + " " + quoted(kDc));
+  EXPECT_NE(text.out.find("  hydrogens placed from the heavy atoms (--add-hydrogens): 630\n"),
+            std::string::npos);
+}
+
 TEST(FitCommand, AgreesWithTheClassicSvd) {
   const std::string dir = temp_path("classic");
   fs::create_directories(dir);

@@ -349,7 +349,64 @@ TEST(PredictCommand, GzipCsvTextAndOutputFile) {
   EXPECT_NE(report.out.find("model 10:"), std::string::npos);
   EXPECT_NE(report.out.find("ensemble of 10 models: Da(NH) = "), std::string::npos);
   const RunResult xray = run_vorn("predict " + kUbqRaw);
-  EXPECT_NE(xray.out.find("no amide hydrogens in the structure: "), std::string::npos);
+  EXPECT_NE(xray.out.find("no hydrogens in the structure: 630 placed from the heavy atoms for the "
+                          "couplings\n"),
+            std::string::npos);
+}
+
+TEST(PredictCommand, HydrogensOfAnXrayStructure) {
+  // 1UBQ has no hydrogen: they are placed for the couplings, as many as the
+  // 629 of 1D3Z's models (the same heavy atoms) and HE2 of His 68, whose
+  // deposited tautomer has HD1 alone.
+  const std::string fast = "--sampling 6,12,12 ";
+  const json plain = predict_json(fast + kUbqRaw);
+  const json& m = plain.at("models").at(0);
+  EXPECT_EQ(m.at("built_hydrogens"), 630);
+  EXPECT_EQ(m.at("unplaced_hydrogens"), 0);
+  EXPECT_EQ(m.at("atoms_read"), 602);
+  std::map<std::string, int> count;
+  for (const json& c : m.at("couplings")) {
+    ++count[c.at("type").get<std::string>()];
+    EXPECT_EQ(c.at("built_hydrogen").get<bool>(), c.at("atom2").get<std::string>()[0] == 'H');
+  }
+  EXPECT_EQ(count["CA-HA"], 76 + 6);
+  EXPECT_EQ(count["N-H"], 72);
+  EXPECT_EQ(count["C-HN"], 72);
+
+  // --add-hydrogens: the same hydrogens, which enter the steric model only
+  // with --select all or --keep-hydrogens.
+  const json added = predict_json("--add-hydrogens " + fast + kUbqRaw);
+  EXPECT_TRUE(same_bits(saupe_of(added["models"][0]), saupe_of(m)));
+  EXPECT_EQ(added["models"][0]["couplings"], m["couplings"]);
+  EXPECT_EQ(added.at("settings").at("add_hydrogens"), true);
+  EXPECT_EQ(predict_json("--select all " + fast + kUbqRaw)["models"][0]["atoms_used"], 602);
+  const json all = predict_json("--add-hydrogens --select all " + fast + kUbqRaw);
+  EXPECT_EQ(all["models"][0]["atoms_used"], 602 + 630);
+  const json kept =
+      predict_json("--add-hydrogens --keep-hydrogens --select heavy " + fast + kUbqRaw);
+  EXPECT_EQ(kept["models"][0]["atoms_used"], 602 + 630);
+  EXPECT_TRUE(same_bits(saupe_of(kept["models"][0]), saupe_of(all["models"][0])));
+  EXPECT_FALSE(same_bits(saupe_of(all["models"][0]), saupe_of(m)));
+  const RunResult text = run_vorn("predict --add-hydrogens " + fast + kUbqRaw);
+  EXPECT_NE(text.out.find("  hydrogens placed from the heavy atoms (--add-hydrogens): 630\n"),
+            std::string::npos);
+
+  // A structure with its hydrogens (His 68 with HD1 alone): nothing to add;
+  // without its alpha protons, those come back (70: the glycines' HA2 and
+  // HA3 are not named HA) and enter the steric model with the read ones.
+  const std::string hydrogens = "--keep-hydrogens --select heavy ";
+  const json nmr = predict_json("--add-hydrogens " + hydrogens + fast + kUbq);
+  EXPECT_EQ(nmr["models"][0]["built_hydrogens"], 0);
+  EXPECT_EQ(nmr["models"][0]["atoms_used"], 1231);
+  const json no_ha =
+      predict_json("--add-hydrogens --exclude '/*/*/*/HA' " + hydrogens + fast + kUbq);
+  EXPECT_EQ(no_ha["models"][0]["atoms_read"], 1231 - 70);
+  EXPECT_EQ(no_ha["models"][0]["built_hydrogens"], 70);
+  EXPECT_EQ(no_ha["models"][0]["atoms_used"], 1231);
+  const json nmr_plain = predict_json(fast + kUbq);
+  EXPECT_EQ(nmr_plain["models"][0]["built_hydrogens"], 0);
+  EXPECT_TRUE(same_bits(saupe_of(predict_json("--add-hydrogens " + fast + kUbq)["models"][0]),
+                        saupe_of(nmr_plain["models"][0])));
 }
 
 TEST(PredictCommand, MediumAndSamplingOptionsAreTheClassicSettings) {
@@ -438,8 +495,11 @@ TEST(PredictCommand, AltlocAndHetatmOnAHandMadeFile) {
   };
   EXPECT_NE(ca_c_z(by_occupancy), ca_c_z(altloc_a));
   EXPECT_NE(saupe_of(by_occupancy["models"][0]), saupe_of(altloc_a["models"][0]));
-  // No amide hydrogen in the file: one is built for residue 2.
-  EXPECT_EQ(by_occupancy["models"][0]["built_hydrogens"], 1);
+  // No hydrogen in the file: those that can be are placed for the couplings,
+  // H1 H2 H3 of Ala 1 and H, HA2, HA3 of Gly 2; the alanine's HA and HB1-3
+  // hang on or are oriented by its missing CB.
+  EXPECT_EQ(by_occupancy["models"][0]["built_hydrogens"], 6);
+  EXPECT_EQ(by_occupancy["models"][0]["unplaced_hydrogens"], 4);
 }
 
 // ---------------------------------------------------------------------------
@@ -609,7 +669,7 @@ TEST(PredictCommand, UnchargedObstaclesAreTheStericModel) {
   EXPECT_EQ(keys, (std::vector<std::string>{
                       "medium", "concentration", "molar_ratio", "obstacle_dimension", "atom_radius",
                       "grid_spacing", "order_parameter", "sampling", "select", "keep_hydrogens",
-                      "hetatm", "altloc", "chains", "exclude", "models"}));
+                      "add_hydrogens", "hetatm", "altloc", "chains", "exclude", "models"}));
   EXPECT_FALSE(phage["models"][0].contains("net_charge"));
   // A zero charge density is no charge: the same bytes.
   for (const std::string medium : {"phage", "bicelle"}) {

@@ -63,6 +63,7 @@ json expected_json(const ModelPrediction& m) {
   j["atoms_read"] = m.atoms_read;
   j["atoms_used"] = m.atoms_used;
   j["built_hydrogens"] = m.built_hydrogens;
+  j["unplaced_hydrogens"] = m.unplaced_hydrogens;
   json tensor;
   tensor["saupe"] = numbers(t.saupe);
   tensor["eigenvalues"] = numbers(t.eigenvalues);
@@ -149,6 +150,7 @@ ModelPrediction awkward_model() {
   m.atoms_read = 1234;
   m.atoms_used = 567;
   m.built_hydrogens = 2;
+  m.unplaced_hydrogens = 3;
   AlignmentTensor& t = m.tensor;
   t.saupe = {0.1, 1e-300, -2.5e-7, 123456789.125, 3.0};
   t.eigenvalues = {1e21, kSubnormalMin, -0.0};
@@ -210,6 +212,7 @@ TEST(PredictReportJson, ReadsBackAsTheDocumentBuiltFromThePrediction) {
   EXPECT_EQ(actual["couplings"][1]["atom2"], "HA2");
   EXPECT_EQ(actual["model"], 7);
   EXPECT_EQ(actual["built_hydrogens"], 2);
+  EXPECT_EQ(actual["unplaced_hydrogens"], 3);
 }
 
 TEST(PredictReportJson, WholeNumbersKeepAFraction) {
