@@ -350,20 +350,14 @@ py::list atom_strings(const Structure& s, Field field) {
 std::vector<Vec3> atom_positions(const Structure& s) { return vorn::positions(s.atoms); }
 
 // The backbone couplings of a structure with a tensor, as `vorn predict`
-// computes them.
-py::list predict_couplings(const Structure& s, const AlignmentTensor& tensor) {
+// computes them (hydrogens placed as there).
+py::list predict_couplings(const Structure& s, const AlignmentTensor& tensor, bool add_hydrogens) {
   std::vector<vorn::app::PredictedCoupling> couplings;
   {
     py::gil_scoped_release release;
-    const vorn::BackboneSites sites = vorn::backbone_sites(s.atoms);
-    for (const vorn::CouplingSite& site : sites.sites) {
-      vorn::app::PredictedCoupling c;
-      c.site = site;
-      c.dmax_hz = vorn::dipolar_constant_hz(site.element1, site.element2,
-                                            vorn::standard_distance(site.type));
-      c.predicted_hz = vorn::dipolar_coupling_hz(tensor.saupe, site.vector, c.dmax_hz);
-      couplings.push_back(std::move(c));
-    }
+    couplings = vorn::app::backbone_couplings(
+                    s.atoms, vorn::app::placed_hydrogens(s.atoms, add_hydrogens), tensor.saupe)
+                    .couplings;
   }
   py::list list;
   for (const vorn::app::PredictedCoupling& c : couplings) {
@@ -454,12 +448,14 @@ py::object predict(const py::object& input, const std::string& medium, double co
                    const std::optional<std::string>& select, const std::optional<int>& threads,
                    const std::optional<double>& charge_density, double ionic_strength, double ph,
                    double temperature, const std::optional<std::string>& potential,
-                   const std::optional<double>& obstacle_radius, const py::object& charges) {
+                   const std::optional<double>& obstacle_radius, const py::object& charges,
+                   bool add_hydrogens) {
   const MediumArguments medium_arguments{medium,      charge_density, ionic_strength,  ph,
                                          temperature, potential,      obstacle_radius, charges};
   vorn::app::PredictSettings settings =
       predict_settings(medium_arguments, concentration, molar_ratio, obstacle_dimension,
                        atom_radius, grid_spacing, order_parameter, sampling, threads);
+  settings.add_hydrogens = add_hydrogens;
   const bool charged = vorn::app::is_charged(settings.medium);
   const Selection array_selection = select ? parse_selection(*select) : Selection::surface;
 
@@ -509,9 +505,15 @@ py::object predict(const py::object& input, const std::string& medium, double co
   } else {
     throw py::type_error(std::string(kExpectedInput) + ", got " + type_name(input));
   }
-  if (charged) {
+  if (charged || add_hydrogens) {
     for (const Job& job : jobs) {
       if (job.structure) continue;
+      if (add_hydrogens) {
+        throw py::value_error(
+            (job.label.empty() ? std::string("coordinates") : job.label) +
+            ": an array holds no residues to place hydrogens on; add_hydrogens needs "
+            "Structures (vorn.read_structure)");
+      }
       throw py::value_error(
           (job.label.empty() ? std::string("coordinates") : job.label) +
           ": an array holds no residues to take charges from; a charged medium needs "
@@ -527,8 +529,16 @@ py::object predict(const py::object& input, const std::string& medium, double co
     for (Job& job : jobs) {
       settings.selection = job.selection;
       std::span<const Vec3> points = job.points;
+      // The structure's atoms, or with add_hydrogens those with every
+      // missing hydrogen placed (then selected as read hydrogens are).
+      std::optional<vorn::AddedHydrogens> placed;
       if (job.structure) {
-        if (job.reselect) {
+        if (add_hydrogens) {
+          placed = vorn::add_hydrogens(job.structure->atoms);
+          job.points = vorn::app::steric_atoms(
+              placed->atoms, selection_settings(job.selection, job.structure->keep_hydrogens));
+          points = job.points;
+        } else if (job.reselect) {
           job.points = vorn::app::steric_atoms(
               job.structure->atoms,
               selection_settings(*job.reselect, job.structure->keep_hydrogens));
@@ -546,8 +556,8 @@ py::object predict(const py::object& input, const std::string& medium, double co
         ChargedTensor t;
         if (job.structure) {
           const vorn::app::ModelSaupe p = vorn::app::predict_model_saupe(
-              points, job.structure->atoms, settings, context, context.threads(),
-              job.structure->model, job.structure->file);
+              points, placed ? placed->atoms : job.structure->atoms, settings, context,
+              context.threads(), job.structure->model, job.structure->file);
           static_cast<AlignmentTensor&>(t) = vorn::analyze_tensor(p.saupe);
           t.net_charge = p.net_charge;
           t.charged_groups = p.charged_groups;
@@ -640,6 +650,8 @@ struct FitResult {
   std::vector<int> models;
   int n = 0;
   int unresolved = 0;
+  int built_hydrogens = 0;
+  int unplaced_hydrogens = 0;
   AlignmentTensor tensor;
   double condition_number = 0.0;
   bool ill_conditioned = false;
@@ -672,6 +684,8 @@ FitResult convert_set(const vorn::app::SetFit& s, const vorn::app::FitResult& al
   r.models = s.models;
   r.n = static_cast<int>(s.couplings.size());
   r.unresolved = s.unresolved;
+  r.built_hydrogens = s.built_hydrogens;
+  r.unplaced_hydrogens = s.unplaced_hydrogens;
   r.tensor = s.fit.tensor;
   r.condition_number = s.fit.condition_number;
   r.ill_conditioned = s.fit.ill_conditioned;
@@ -803,7 +817,7 @@ std::vector<FitResult> fit(
     const std::optional<int>& threads, const std::optional<double>& charge_density,
     double ionic_strength, double ph, double temperature,
     const std::optional<std::string>& potential, const std::optional<double>& obstacle_radius,
-    const py::object& charges) {
+    const py::object& charges, bool add_hydrogens) {
   vorn::app::FitSettings s;
   s.structure = path_text(structure_path);
   s.couplings = path_text(couplings_path);
@@ -848,6 +862,7 @@ std::vector<FitResult> fit(
   common.read = read_options(models, exclude, keep_hydrogens, chains, altloc, hetatm);
   common.input_format = parse_input_format(format);
   common.selection = parse_selection(select);
+  common.add_hydrogens = add_hydrogens;
 
   require_readable(s.couplings);
   require_readable(s.structure);
@@ -1009,10 +1024,11 @@ file order, in the same order as all_coordinates.
           "Insertion codes of all atoms, '' where there is none (list of str).")
       .def(
           "predict_couplings",
-          [](const Structure& s, const AlignmentTensor& tensor) {
-            return predict_couplings(s, tensor);
+          [](const Structure& s, const AlignmentTensor& tensor, bool add_hydrogens) {
+            return predict_couplings(s, tensor, add_hydrogens);
           },
-          "tensor"_a, "Backbone couplings of this model with `tensor`; see vorn.predict_couplings.")
+          "tensor"_a, "add_hydrogens"_a = false,
+          "Backbone couplings of this model with `tensor`; see vorn.predict_couplings.")
       .def(
           "__len__", [](const Structure& s) { return s.atoms.size(); },
           "Number of atoms read (hydrogens included).")
@@ -1071,6 +1087,12 @@ fields of `vorn fit --format json`.
       .def_readonly("n", &FitResult::n, "Number of couplings fitted.")
       .def_readonly("unresolved", &FitResult::unresolved,
                     "Couplings whose atoms were not found, skipped with lenient=True.")
+      .def_readonly("built_hydrogens", &FitResult::built_hydrogens,
+                    "Hydrogens placed from the heavy atoms with add_hydrogens=True (in the first "
+                    "of the models).")
+      .def_readonly("unplaced_hydrogens", &FitResult::unplaced_hydrogens,
+                    "Missing hydrogens that add_hydrogens=True could not place (heavy atoms "
+                    "missing).")
       .def_readonly("tensor", &FitResult::tensor, "The fitted Tensor.")
       .def_readonly("condition_number", &FitResult::condition_number,
                     "Condition number of the scaled design matrix.")
@@ -1152,6 +1174,7 @@ ValueError for a bad file or option.
         "charge_density"_a = py::none(), "ionic_strength"_a = charge_defaults.ionic_strength,
         "ph"_a = vorn::app::PredictSettings{}.ph, "temperature"_a = charge_defaults.temperature,
         "potential"_a = py::none(), "obstacle_radius"_a = py::none(), "charges"_a = py::none(),
+        "add_hydrogens"_a = false,
         R"doc(Predict the alignment tensor, as `vorn predict` does.
 
 structure_or_coordinates
@@ -1177,6 +1200,11 @@ select              None: a Structure's own selection, "surface" for arrays
                     Structure another selection re-selects its atoms
 threads             worker threads (None: VORN_THREADS or all cores); the
                     result does not depend on it
+add_hydrogens       place every missing hydrogen of the standard residues
+                    from the heavy atoms (`vorn predict --add-hydrogens`);
+                    they enter the steric model as read hydrogens do (with
+                    the Structure's keep_hydrogens or select="all").
+                    Structures only.
 
 A charged obstacle (medium="pf1", or charge_density with "bicelle" or
 "phage") weighs every state by the energy of the molecule's charges in the
@@ -1200,15 +1228,19 @@ one after the other, each on all worker threads, with the GIL released.
 
   m.def(
       "predict_couplings",
-      [](const Structure& s, const AlignmentTensor& tensor) {
-        return predict_couplings(s, tensor);
+      [](const Structure& s, const AlignmentTensor& tensor, bool add_hydrogens) {
+        return predict_couplings(s, tensor, add_hydrogens);
       },
-      "structure"_a, "tensor"_a,
+      "structure"_a, "tensor"_a, "add_hydrogens"_a = false,
       R"doc(The backbone residual dipolar couplings of a Structure with a Tensor, as
 `vorn predict` reports them: one dict per coupling with chain, residue,
 icode, resname, type ("N-H", "CA-HA", "CA-C", "C-N", "C-HN"), atom1, atom2,
 predicted_hz, dmax_hz (at the standard distance of the type) and
-built_hydrogen (the amide H was built: a structure without amide hydrogens).
+built_hydrogen (the proton was placed from the heavy atoms, not read).
+
+A structure without any hydrogen (an X-ray structure) gets its hydrogens
+placed from the heavy atoms for the couplings; add_hydrogens=True places
+every missing one also where the structure has some (docs/hydrogens.md).
 )doc");
 
   m.def("read_couplings", &read_couplings, "path"_a, "format"_a = py::none(), "set"_a = py::none(),
@@ -1239,6 +1271,7 @@ missing or unreadable file.
         "ionic_strength"_a = charge_defaults.ionic_strength,
         "ph"_a = vorn::app::PredictSettings{}.ph, "temperature"_a = charge_defaults.temperature,
         "potential"_a = py::none(), "obstacle_radius"_a = py::none(), "charges"_a = py::none(),
+        "add_hydrogens"_a = false,
         R"doc(Fit the alignment tensor to measured couplings, as `vorn fit` does (the same
 code path), and return one FitResult per coupling set (per model and set
 with mode="per-model").
@@ -1255,6 +1288,9 @@ drop_outliers   refit without the couplings beyond 3 sigma
 unweighted      do not weight by the errors
 predict         add the steric prediction (medium ... threads, select)
 models ... format         reading of the structure, as in read_structure
+add_hydrogens   place every missing hydrogen of the standard residues from
+                the heavy atoms before the couplings are resolved (`vorn fit
+                --add-hydrogens`): couplings of protons of an X-ray structure
 couplings_format, lenient reading of the couplings, as in read_couplings
 bond_lengths    "standard" or "structure"
 medium ... charges        the model of predict=True, as in predict

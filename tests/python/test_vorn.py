@@ -26,6 +26,7 @@ CIF = DATA / "raw" / "1d3z.cif"
 PDB = DATA / "structures" / "ubq_1d3z_m1.pdb"
 DC = DATA / "couplings" / "ubq_2mjb_t500_bicelleA.dc"
 XPLOR = DATA / "raw" / "2mjb_mr_rdc_section.mr"
+XRAY = DATA / "raw" / "1UBQ_raw.pdb"
 
 
 @pytest.fixture(scope="session")
@@ -84,8 +85,17 @@ PREDICT_CASES = [
 ]
 
 
+# Hydrogens placed from the heavy atoms of an X-ray structure: for the
+# couplings alone, or in the steric model too (select all).
+PREDICT_CASES += [
+    (XRAY, ["--add-hydrogens", "--select", "all"], {"select": "all"}, {"add_hydrogens": True}),
+    (XRAY, ["--select", "all"], {"select": "all"}, {}),
+]
+
+
 @pytest.mark.parametrize("path,options,read_kwargs,predict_kwargs", PREDICT_CASES,
-                         ids=["cif", "pdb", "pdb-heavy-phage", "cif-models-options"])
+                         ids=["cif", "pdb", "pdb-heavy-phage", "cif-models-options",
+                              "xray-add-hydrogens", "xray"])
 def test_predict_matches_command_line(binary, path, options, read_kwargs, predict_kwargs):
     doc = run_json(binary, "predict", *options, path)
     structures = vorn.read_structure(path, **read_kwargs)
@@ -94,13 +104,15 @@ def test_predict_matches_command_line(binary, path, options, read_kwargs, predic
     assert len(tensors) == len(structures)
     for structure, tensor, expected in zip(structures, tensors, doc["models"]):
         assert expected["atoms_read"] == len(structure) == len(structure.names)
-        assert expected["atoms_used"] == structure.coordinates.shape[0]
+        added = predict_kwargs.get("add_hydrogens", False)
+        if not added:
+            assert expected["atoms_used"] == structure.coordinates.shape[0]
         assert_tensor_equal(tensor, expected["tensor"])
-        couplings = vorn.predict_couplings(structure, tensor)
+        couplings = vorn.predict_couplings(structure, tensor, add_hydrogens=added)
         assert len(couplings) == len(expected["couplings"]) > 0
         for mine, theirs in zip(couplings, expected["couplings"]):
             assert {k: mine[k] for k in COUPLING_KEYS} == {k: theirs[k] for k in COUPLING_KEYS}
-        assert structure.predict_couplings(tensor) == couplings
+        assert structure.predict_couplings(tensor, add_hydrogens=added) == couplings
 
 
 def test_single_structure_and_coordinates_give_the_same_tensor(ubq_models):
@@ -372,6 +384,8 @@ def assert_fit_equal(result, expected):
     assert result.tensor.da == t["aa"] and result.tensor.dr == t["ar"]
     assert result.set == expected["set"] and result.models == expected["models"]
     assert result.n == expected["n"] and result.unresolved == expected["unresolved"]
+    assert result.built_hydrogens == expected["built_hydrogens"]
+    assert result.unplaced_hydrogens == expected["unplaced_hydrogens"]
     assert result.condition_number == expected["condition_number"]
     assert result.ill_conditioned == expected["ill_conditioned"]
     assert result.weighted == expected["weighted"]
@@ -431,11 +445,19 @@ FIT_CASES = [
 ]
 
 
+FIT_CASES += [
+    (["--add-hydrogens", "--predict", "--select", "all", "--sampling", "6,12,12"],
+     {"add_hydrogens": True, "predict": True, "select": "all", "sampling": (6, 12, 12)}),
+]
+
+
 @pytest.mark.parametrize("options,kwargs", FIT_CASES,
-                         ids=["default", "montecarlo", "per-model-predict", "ensemble-types"])
+                         ids=["default", "montecarlo", "per-model-predict", "ensemble-types",
+                              "xray-add-hydrogens"])
 def test_fit_matches_command_line(binary, options, kwargs):
-    doc = run_json(binary, "fit", *options, CIF, DC)
-    results = vorn.fit(CIF, DC, **kwargs)
+    structure = XRAY if kwargs.get("add_hydrogens") else CIF
+    doc = run_json(binary, "fit", *options, structure, DC)
+    results = vorn.fit(structure, DC, **kwargs)
     assert len(results) == len(doc["sets"]) > 0
     for result, expected in zip(results, doc["sets"]):
         assert isinstance(result, vorn.FitResult)
@@ -444,6 +466,32 @@ def test_fit_matches_command_line(binary, options, kwargs):
         assert_fit_equal(result, expected)
     if "errors" in kwargs:
         assert all(r.errors is not None for r in results)
+
+
+def test_hydrogens_of_an_xray_structure():
+    xray = vorn.read_structure(XRAY, select="all")[0]
+    assert not any(e == "H" for e in xray.elements)
+    tensor = vorn.predict(xray, sampling=(6, 12, 12))
+    # Placed for the couplings without being asked: the alpha protons too.
+    couplings = vorn.predict_couplings(xray, tensor)
+    alpha = [c for c in couplings if c["type"] == "CA-HA"]
+    assert len(alpha) == 76 + 6 and all(c["built_hydrogen"] for c in alpha)
+    # In the steric model only when asked for, and only with select="all"
+    # (or keep_hydrogens): 630 hydrogens on its 602 atoms.
+    assert vorn.predict(xray, sampling=(6, 12, 12), add_hydrogens=True).saupe.tolist() != \
+        tensor.saupe.tolist()
+    surface = vorn.read_structure(XRAY)[0]
+    assert vorn.predict(surface, sampling=(6, 12, 12), add_hydrogens=True).saupe.tolist() == \
+        vorn.predict(surface, sampling=(6, 12, 12)).saupe.tolist()
+    with pytest.raises(ValueError, match="add_hydrogens needs Structures"):
+        vorn.predict(xray.all_coordinates, add_hydrogens=True)
+    # vorn.fit: the alpha-proton couplings are found only with add_hydrogens.
+    with pytest.raises(ValueError, match="--add-hydrogens"):
+        vorn.fit(XRAY, DC)
+    assert "CA-HA" not in vorn.fit(XRAY, DC, lenient=True)[0].quality["per_type"]
+    fitted = vorn.fit(XRAY, DC, add_hydrogens=True)[0]
+    assert fitted.quality["per_type"]["CA-HA"]["n"] == 62
+    assert fitted.built_hydrogens == 630 and fitted.unplaced_hydrogens == 0
 
 
 def test_fit_montecarlo_spread_is_reproducible():
