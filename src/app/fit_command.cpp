@@ -226,8 +226,10 @@ void fit_set(SetFit& set, const FitSettings& s) {
   }
   const std::vector<FitRow> rows = rows_of(set.couplings);
   set.quality = fit_quality(rows, set.fit.calculated_hz, set.fit.tensor);
-  if (s.errors)
-    set.errors = estimate_errors(rows, set.fit, *s.errors, s.samples, s.seed, s.weighted);
+  if (s.errors) {
+    set.errors = estimate_errors(rows, set.fit, *s.errors, s.samples, s.seed, s.weighted,
+                                 !s.plot_axes_file.empty());
+  }
 }
 
 // The steric prediction of the fitted models against the data.
@@ -278,6 +280,7 @@ struct ModelPredicted {
 // Everything one group of models (one model, or the ensemble) contributes.
 struct Group {
   std::vector<int> models;
+  Vec3 centre_sum;                       // of the models' mean atom positions
   std::vector<SaupeElements> predicted;  // one per model with --predict
   std::vector<ModelCharge> charges;      // one per model with a charged medium
   // Per set, per coupling: the sum of the design rows over the models.
@@ -290,6 +293,10 @@ struct Group {
 void add_model(Group& g, const io::Model& model, const io::CouplingFile& file, const FitSettings& s,
                const std::optional<ModelPredicted>& predicted) {
   g.models.push_back(model.number);
+  const Vec3 centre = mean_position(model.atoms);
+  g.centre_sum.x += centre.x;
+  g.centre_sum.y += centre.y;
+  g.centre_sum.z += centre.z;
   const ModelIndex index(model.atoms);
   if (g.sets.empty()) {
     g.sets.resize(file.sets.size());
@@ -350,6 +357,7 @@ void finish_group(Group& g, const io::CouplingFile& file, const FitSettings& s, 
     SetFit set;
     set.set = file.sets[k].name;
     set.models = g.models;
+    set.centre = {g.centre_sum.x / n, g.centre_sum.y / n, g.centre_sum.z / n};
     for (std::size_t i = 0; i < g.sets[k].size(); ++i) {
       if (!g.present[k][i]) {
         ++set.unresolved;

@@ -33,7 +33,10 @@ struct FitSettings {
   bool predict = false;
   // Reading options, the steric model of --predict, output format and file.
   PredictSettings common;
-  std::string plot_file;
+  std::string plot_file;           // correlation plot
+  std::string plot_sequence_file;  // couplings along the sequence
+  std::string plot_axes_file;      // principal axes on the sphere (keeps the error samples)
+  std::string tensor_script_file;  // principal axes on the molecule (BILD or PyMOL)
 };
 
 // One coupling of a set resolved against the structure.
@@ -73,6 +76,9 @@ struct SetFit {
   std::optional<ErrorEstimate> errors;
   std::optional<PredictionComparison> prediction;
   int unresolved = 0;  // couplings skipped with --lenient
+  // Mean position of the atoms read (hydrogens included) of each model the
+  // fit rests on, averaged over those models: the molecule's centre.
+  Vec3 centre;
 };
 
 struct FitResult {

@@ -85,6 +85,7 @@ struct ModelPrediction {
   // groups (AtomCharges); zero otherwise.
   double net_charge = 0.0;
   int charged_groups = 0;
+  Vec3 centre;  // mean position of the atoms read (hydrogens included)
 };
 
 struct EnsembleCoupling {
@@ -196,6 +197,9 @@ ModelSaupe predict_model_saupe(std::span<const Vec3> steric, std::span<const Ato
 // The atoms of the steric model by the selection rule (hydrogens only with
 // keep_hydrogens or the "all" selection; surface: the classic rule).
 std::vector<Vec3> steric_atoms(const std::vector<Atom>& atoms, const PredictSettings& settings);
+
+// The mean position of the atoms; the origin for none.
+Vec3 mean_position(std::span<const Atom> atoms);
 
 // The medium of the settings with the atom radius in effect.
 Medium effective_medium(const PredictSettings& settings);
