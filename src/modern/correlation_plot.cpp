@@ -142,7 +142,7 @@ PLFLT draw(const Content& content, PLFLT page_width_mm) {
              kMarker);
   }
 
-  return plot::draw_legend_right(content.legend, kGapMm, kSideMm, false, kLegendSampleWidth,
+  return plot::draw_legend_right(content.legend, kGapMm, kSideMm, kLegendSampleWidth,
                                  kLegendTextScale, kBackground, kForeground);
 }
 

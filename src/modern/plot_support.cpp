@@ -145,6 +145,54 @@ void begin_page(PLFLT width_mm, PLFLT height_mm, const std::vector<Rgb>& colours
   pladv(0);
 }
 
+void draw_markers(MarkerShape shape, PLFLT size_mm, const std::vector<PLFLT>& x,
+                  const std::vector<PLFLT>& y) {
+  // World units per millimetre from the viewport (normalised subpage
+  // coordinates), the subpage (millimetres) and the window.
+  PLFLT page_x0 = 0, page_x1 = 0, page_y0 = 0, page_y1 = 0;
+  PLFLT vp_x0 = 0, vp_x1 = 0, vp_y0 = 0, vp_y1 = 0;
+  PLFLT w_x0 = 0, w_x1 = 0, w_y0 = 0, w_y1 = 0;
+  plgspa(&page_x0, &page_x1, &page_y0, &page_y1);
+  plgvpd(&vp_x0, &vp_x1, &vp_y0, &vp_y1);
+  plgvpw(&w_x0, &w_x1, &w_y0, &w_y1);
+  const PLFLT per_mm_x = (w_x1 - w_x0) / ((vp_x1 - vp_x0) * (page_x1 - page_x0));
+  const PLFLT per_mm_y = (w_y1 - w_y0) / ((vp_y1 - vp_y0) * (page_y1 - page_y0));
+  // Corners on a unit circle, the first at the top.
+  std::vector<std::pair<PLFLT, PLFLT>> corners;
+  const auto polygon = [&](int n, PLFLT radius) {
+    for (int k = 0; k < n; ++k) {
+      const PLFLT a = 2.0 * 3.14159265358979323846 * k / n;
+      corners.emplace_back(radius * std::sin(a), radius * std::cos(a));
+    }
+  };
+  switch (shape) {
+    case MarkerShape::disc:
+    case MarkerShape::ring:
+      polygon(16, 0.5);
+      break;
+    case MarkerShape::triangle:
+      // Centred on its centroid, its width size_mm.
+      polygon(3, 0.5 / std::sin(3.14159265358979323846 / 3.0));
+      break;
+    case MarkerShape::diamond:
+      polygon(4, 0.5);
+      break;
+  }
+  if (shape == MarkerShape::ring) corners.push_back(corners.front());
+  std::vector<PLFLT> px(corners.size()), py(corners.size());
+  for (std::size_t i = 0; i < x.size() && i < y.size(); ++i) {
+    for (std::size_t k = 0; k < corners.size(); ++k) {
+      px[k] = x[i] + corners[k].first * size_mm * per_mm_x;
+      py[k] = y[i] + corners[k].second * size_mm * per_mm_y;
+    }
+    if (shape == MarkerShape::ring) {
+      plline(static_cast<PLINT>(px.size()), px.data(), py.data());
+    } else {
+      plfill(static_cast<PLINT>(px.size()), px.data(), py.data());
+    }
+  }
+}
+
 void LegendEntries::add(std::string text, PLINT option, PLINT colour, PLINT text_colour,
                         const char* symbol, PLFLT symbol_scale) {
   texts.push_back(std::move(text));
@@ -164,21 +212,19 @@ void LegendEntries::add(std::string text, PLINT option, PLINT colour, PLINT text
 }
 
 PLFLT draw_legend_right(const LegendEntries& legend, PLFLT gap_mm, PLFLT viewport_width_mm,
-                        bool top, PLFLT sample_width, PLFLT text_scale, PLINT background,
-                        PLINT frame) {
+                        PLFLT sample_width, PLFLT text_scale, PLINT background, PLINT frame) {
   std::vector<const char*> texts;
   for (const std::string& text : legend.texts) texts.push_back(text.c_str());
   // Returned in normalised viewport coordinates.
   PLFLT legend_width = 0, legend_height = 0;
-  const PLINT position = PL_POSITION_OUTSIDE | PL_POSITION_RIGHT | (top ? PL_POSITION_TOP : 0);
-  pllegend(&legend_width, &legend_height, PL_LEGEND_BACKGROUND | PL_LEGEND_BOUNDING_BOX, position,
-           gap_mm / viewport_width_mm, 0.0, sample_width, background, frame, 1, 0, 0,
-           static_cast<PLINT>(texts.size()), legend.options.data(), 1.0, text_scale, 2.0, 0.0,
-           legend.text_colours.data(), texts.data(), legend.box_colours.data(),
-           legend.box_patterns.data(), legend.box_scales.data(), legend.box_line_widths.data(),
-           legend.line_colours.data(), legend.line_styles.data(), legend.line_widths.data(),
-           legend.symbol_colours.data(), legend.symbol_scales.data(), legend.symbol_numbers.data(),
-           legend.symbols.data());
+  pllegend(&legend_width, &legend_height, PL_LEGEND_BACKGROUND | PL_LEGEND_BOUNDING_BOX,
+           PL_POSITION_OUTSIDE | PL_POSITION_RIGHT, gap_mm / viewport_width_mm, 0.0, sample_width,
+           background, frame, 1, 0, 0, static_cast<PLINT>(texts.size()), legend.options.data(), 1.0,
+           text_scale, 2.0, 0.0, legend.text_colours.data(), texts.data(),
+           legend.box_colours.data(), legend.box_patterns.data(), legend.box_scales.data(),
+           legend.box_line_widths.data(), legend.line_colours.data(), legend.line_styles.data(),
+           legend.line_widths.data(), legend.symbol_colours.data(), legend.symbol_scales.data(),
+           legend.symbol_numbers.data(), legend.symbols.data());
   return legend_width * viewport_width_mm;
 }
 

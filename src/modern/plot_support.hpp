@@ -26,6 +26,18 @@ std::string plplot_text(const std::string& text);
 // `colours` (index 0 the background), then starts the page.
 void begin_page(PLFLT width_mm, PLFLT height_mm, const std::vector<Rgb>& colours);
 
+// Markers drawn as polygons, centred exactly on their points in every
+// format (text glyphs are placed by the renderer's font metrics, a
+// millimetre or so off). In an SVG: a disc, triangle or diamond is one
+// filled polygon of 16, 3 or 4 corners; a ring one closed line of 17
+// points.
+enum class MarkerShape { disc, ring, triangle, diamond };
+
+// Draws the markers, `size_mm` across, at the points (world coordinates of
+// the current viewport and window) in the current colour.
+void draw_markers(MarkerShape shape, PLFLT size_mm, const std::vector<PLFLT>& x,
+                  const std::vector<PLFLT>& y);
+
 // Entries of a legend in the arrays pllegend takes.
 struct LegendEntries {
   std::vector<std::string> texts;
@@ -41,12 +53,11 @@ struct LegendEntries {
 };
 
 // Draws the legend outside the viewport, on its right, `gap_mm` from it
-// (the viewport `viewport_width_mm` wide), centred on the viewport's height
-// or level with its top, `sample_width` of the viewport wide samples, on a
-// background with a frame; returns the legend's width in millimetres.
+// (the viewport `viewport_width_mm` wide), centred on the viewport's
+// height, `sample_width` of the viewport wide samples, on a background with
+// a frame; returns the legend's width in millimetres.
 PLFLT draw_legend_right(const LegendEntries& legend, PLFLT gap_mm, PLFLT viewport_width_mm,
-                        bool top, PLFLT sample_width, PLFLT text_scale, PLINT background,
-                        PLINT frame);
+                        PLFLT sample_width, PLFLT text_scale, PLINT background, PLINT frame);
 
 // How wide a page is: the part left of the legend (plot and gap), the
 // legend as the first pass measures it, and a margin on the right. The
