@@ -66,6 +66,8 @@ struct PredictSettings {
   OutputFormat output_format = OutputFormat::text;
   std::string output_file;  // empty: standard output
   bool quiet = false;
+  std::string plot_axes_file;      // principal axes on the sphere (vorn predict)
+  std::string tensor_script_file;  // principal axes on the molecule (vorn predict)
 };
 
 struct PredictedCoupling {
