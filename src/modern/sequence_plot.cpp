@@ -26,7 +26,7 @@ constexpr PLINT kPredicted = 4;
 // White, black, grey, then the Okabe-Ito blue and vermillion of the
 // correlation plot's first two series.
 const std::vector<plot::Rgb> kColours{
-    {255, 255, 255}, {0, 0, 0}, {150, 150, 150}, {0, 114, 178}, {213, 94, 0}};
+    {255, 255, 255}, {0, 0, 0}, {190, 190, 190}, {0, 114, 178}, {213, 94, 0}};
 
 // Layout in millimetres: the panels one above the other, the legend on the
 // right of the top one; the page grows downwards with the panels and to
@@ -170,12 +170,11 @@ void draw_panel(const Content& content, std::size_t k, std::pair<double, double>
   if (bottom) plmtex("b", 3.2, 0.5, 0.5, "residue");
 
   if (lo < 0.0 && hi > 0.0) {
+    // Solid: PLplot draws a dashed line as one short line per dash.
     plcol0(kZeroLine);
-    pllsty(2);
     const std::array<PLFLT, 2> x{residues.first, residues.second};
     const std::array<PLFLT, 2> y{0.0, 0.0};
     plline(2, x.data(), y.data());
-    pllsty(1);
   }
   // Error bars first, under the markers.
   std::vector<PLFLT> bar_x, bar_lo, bar_hi;

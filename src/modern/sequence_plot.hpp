@@ -38,7 +38,7 @@ inline constexpr const char* kPredictedGlyph = "\xE2\x96\xB2";   // U+25B2 BLACK
 
 // Writes the panels one above the other over a common residue axis: the
 // measured values with their error bars (where an error is above 0), the
-// calculated and the predicted values each in a colour of its own, a dashed
+// calculated and the predicted values each in a colour of its own, a grey
 // line at 0 Hz, and one legend (a sample per kind of value present, with
 // the notes). The format follows the extension, as for the correlation
 // plot (.svg, .pdf, .png).
