@@ -3,6 +3,7 @@
 #include <plplot.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <stdexcept>
 #include <string>
