@@ -105,14 +105,18 @@ struct ErrorEstimate {
   // to the nearest equivalent angle of the best fit).
   std::array<std::array<double, 3>, 4> euler_deg_sd{};
   std::vector<double> calculated_sd_hz;  // one per row
+  // The Saupe elements of every sample, in the order drawn; filled only
+  // when asked for (their principal axes show the spread of the frame).
+  std::vector<SaupeElements> sample_saupe;
 };
 
 // Refits `samples` perturbed data sets. Monte Carlo: every measured value
 // moved by a normal deviate of its error (the rmsd of the fit when the rows
 // have no errors); bootstrap: rows drawn with replacement. Deterministic for
 // a seed on every platform (own generator and normal deviates).
+// keep_samples: also return each sample's Saupe elements (sample_saupe).
 ErrorEstimate estimate_errors(std::span<const FitRow> rows, const TensorFit& fit,
                               ErrorMethod method, int samples, std::uint64_t seed,
-                              bool weighted = true);
+                              bool weighted = true, bool keep_samples = false);
 
 }  // namespace vorn

@@ -321,11 +321,13 @@ std::vector<std::size_t> outliers(std::span<const FitRow> rows, const TensorFit&
 }
 
 ErrorEstimate estimate_errors(std::span<const FitRow> rows, const TensorFit& fit,
-                              ErrorMethod method, int samples, std::uint64_t seed, bool weighted) {
+                              ErrorMethod method, int samples, std::uint64_t seed, bool weighted,
+                              bool keep_samples) {
   if (samples < 2) throw Error("error estimate: at least 2 samples are needed");
   ErrorEstimate e;
   e.method = method;
   e.samples = samples;
+  if (keep_samples) e.sample_saupe.reserve(static_cast<std::size_t>(samples));
   Deviates random(seed);
   double rmsd = 0.0;
   for (std::size_t i = 0; i < rows.size(); ++i) {
@@ -362,6 +364,7 @@ ErrorEstimate estimate_errors(std::span<const FitRow> rows, const TensorFit& fit
       continue;
     }
     ++done;
+    if (keep_samples) e.sample_saupe.push_back(sample.saupe);
     da.add(sample.tensor.da_hz);
     r.add(sample.tensor.rhombicity);
     for (int k = 0; k < 4; ++k) {

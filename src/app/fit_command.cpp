@@ -227,8 +227,10 @@ void fit_set(SetFit& set, const FitSettings& s) {
   }
   const std::vector<FitRow> rows = rows_of(set.couplings);
   set.quality = fit_quality(rows, set.fit.calculated_hz, set.fit.tensor);
-  if (s.errors)
-    set.errors = estimate_errors(rows, set.fit, *s.errors, s.samples, s.seed, s.weighted);
+  if (s.errors) {
+    set.errors = estimate_errors(rows, set.fit, *s.errors, s.samples, s.seed, s.weighted,
+                                 !s.plot_axes_file.empty());
+  }
 }
 
 // The steric prediction of the fitted models against the data.
@@ -280,6 +282,7 @@ struct ModelPredicted {
 struct Group {
   std::vector<int> models;
   int built_hydrogens = 0, unplaced_hydrogens = 0;  // of the first model
+  Vec3 centre_sum;                                  // of the models' mean atom positions
   std::vector<SaupeElements> predicted;             // one per model with --predict
   std::vector<ModelCharge> charges;                 // one per model with a charged medium
   // Per set, per coupling: the sum of the design rows over the models.
@@ -287,19 +290,24 @@ struct Group {
   std::vector<std::vector<bool>> present;  // coupling resolved in every model so far
 };
 
-// Adds a model's couplings (and its predicted tensor, with --predict) to the
-// group.
 bool names_proton(const std::string& name) {
   return !name.empty() && (name[0] == 'H' || name[0] == 'Q');
 }
 
+// Adds a model's couplings (and its predicted tensor, with --predict) to the
+// group; `centre` is the mean position of the atoms read, `placed` the
+// hydrogens placed with --add-hydrogens (their atoms already in the model).
 void add_model(Group& g, const io::Model& model, const io::CouplingFile& file, const FitSettings& s,
-               const std::optional<ModelPredicted>& predicted, const AddedHydrogens* placed) {
+               const std::optional<ModelPredicted>& predicted, const Vec3& centre,
+               const AddedHydrogens* placed) {
   if (g.models.empty() && placed != nullptr) {
     g.built_hydrogens = static_cast<int>(placed->added.size());
     g.unplaced_hydrogens = placed->unplaced;
   }
   g.models.push_back(model.number);
+  g.centre_sum.x += centre.x;
+  g.centre_sum.y += centre.y;
+  g.centre_sum.z += centre.z;
   const ModelIndex index(model.atoms);
   if (g.sets.empty()) {
     g.sets.resize(file.sets.size());
@@ -369,6 +377,7 @@ void finish_group(Group& g, const io::CouplingFile& file, const FitSettings& s, 
     set.models = g.models;
     set.built_hydrogens = g.built_hydrogens;
     set.unplaced_hydrogens = g.unplaced_hydrogens;
+    set.centre = {g.centre_sum.x / n, g.centre_sum.y / n, g.centre_sum.z / n};
     for (std::size_t i = 0; i < g.sets[k].size(); ++i) {
       if (!g.present[k][i]) {
         ++set.unresolved;
@@ -445,6 +454,7 @@ FitResult run_fit(const FitSettings& s) {
   // --predict); their couplings are added in file order on this thread.
   struct Read {
     io::Model model;
+    Vec3 centre;                           // of the atoms read
     std::optional<AddedHydrogens> placed;  // with --add-hydrogens (its atoms moved to the model)
     std::optional<ModelPredicted> predicted;
   };
@@ -454,6 +464,7 @@ FitResult run_fit(const FitSettings& s) {
       reader, plan.workers,
       [&](io::Model&& model) {
         Read r;
+        r.centre = mean_position(model.atoms);
         if (s.common.add_hydrogens) {
           r.placed = add_hydrogens(model.atoms);
           model.atoms = std::move(r.placed->atoms);
@@ -477,7 +488,7 @@ FitResult run_fit(const FitSettings& s) {
           }
           return false;  // one model: the first
         }
-        add_model(group, r.model, file, s, r.predicted, r.placed ? &*r.placed : nullptr);
+        add_model(group, r.model, file, s, r.predicted, r.centre, r.placed ? &*r.placed : nullptr);
         if (s.mode == FitMode::per_model) {
           finish_group(group, file, s, result);
           group = Group{};

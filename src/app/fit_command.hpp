@@ -35,7 +35,10 @@ struct FitSettings {
   // before the couplings are resolved), the steric model of --predict,
   // output format and file.
   PredictSettings common;
-  std::string plot_file;
+  std::string plot_file;           // correlation plot
+  std::string plot_sequence_file;  // couplings along the sequence
+  std::string plot_axes_file;      // principal axes on the sphere (keeps the error samples)
+  std::string tensor_script_file;  // principal axes on the molecule (BILD or PyMOL)
 };
 
 // One coupling of a set resolved against the structure.
@@ -79,6 +82,10 @@ struct SetFit {
   // that could not be (heavy atoms missing), in the first of the models.
   int built_hydrogens = 0;
   int unplaced_hydrogens = 0;
+  // Mean position of the atoms read (hydrogens included, not those placed
+  // with --add-hydrogens) of each model the fit rests on, averaged over
+  // those models: the molecule's centre.
+  Vec3 centre;
 };
 
 struct FitResult {

@@ -297,6 +297,7 @@ ModelPrediction predict_model(const Model& model, const PredictSettings& setting
   m.model = model.number;
   m.atoms_read = static_cast<int>(model.atoms.size());
   m.atoms_used = static_cast<int>(atoms.size());
+  m.centre = mean_position(model.atoms);
   const ModelSaupe saupe =
       predict_model_saupe(atoms, model_atoms, settings, context, threads, model.number, path);
   m.tensor = analyze_tensor(saupe.saupe);
@@ -308,6 +309,18 @@ ModelPrediction predict_model(const Model& model, const PredictSettings& setting
   m.built_hydrogens = couplings.built_hydrogens;
   m.unplaced_hydrogens = couplings.unplaced_hydrogens;
   return m;
+}
+
+Vec3 mean_position(std::span<const Atom> atoms) {
+  Vec3 sum;
+  for (const Atom& a : atoms) {
+    sum.x += a.position.x;
+    sum.y += a.position.y;
+    sum.z += a.position.z;
+  }
+  if (atoms.empty()) return sum;
+  const double n = static_cast<double>(atoms.size());
+  return {sum.x / n, sum.y / n, sum.z / n};
 }
 
 ThreadPlan plan_threads(const PredictionContext& context, int threads) {

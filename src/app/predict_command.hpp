@@ -71,6 +71,8 @@ struct PredictSettings {
   OutputFormat output_format = OutputFormat::text;
   std::string output_file;  // empty: standard output
   bool quiet = false;
+  std::string plot_axes_file;      // principal axes on the sphere (vorn predict)
+  std::string tensor_script_file;  // principal axes on the molecule (vorn predict)
 };
 
 struct PredictedCoupling {
@@ -96,6 +98,7 @@ struct ModelPrediction {
   // groups (AtomCharges); zero otherwise.
   double net_charge = 0.0;
   int charged_groups = 0;
+  Vec3 centre;  // mean position of the atoms read (hydrogens included)
 };
 
 struct EnsembleCoupling {
@@ -226,6 +229,9 @@ ModelCouplings backbone_couplings(std::span<const Atom> atoms,
 // The atoms of the steric model by the selection rule (hydrogens only with
 // keep_hydrogens or the "all" selection; surface: the classic rule).
 std::vector<Vec3> steric_atoms(const std::vector<Atom>& atoms, const PredictSettings& settings);
+
+// The mean position of the atoms; the origin for none.
+Vec3 mean_position(std::span<const Atom> atoms);
 
 // The medium of the settings with the atom radius in effect.
 Medium effective_medium(const PredictSettings& settings);

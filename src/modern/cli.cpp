@@ -24,7 +24,10 @@
 #include "app/predict_command.hpp"
 #include "modern/fit_plot.hpp"
 #include "modern/fit_report.hpp"
+#include "modern/plot_support.hpp"
+#include "modern/predict_pictures.hpp"
 #include "modern/predict_report.hpp"
+#include "modern/tensor_script.hpp"
 #include "modern/version.hpp"
 #include "vorn/error.hpp"
 
@@ -334,11 +337,13 @@ int run_predict_command(PredictSettings& s) {
   const PredictionContext context(s.sampling, threads);
   const ThreadPlan plan = plan_threads(context, threads);
 
+  PredictPictures pictures(s, s.files.size());
   PredictReport report(s, s.files.size() > 1);
   Output out(s.output_file);
   Progress progress(!s.quiet);
   out.write(report.begin_all());
-  for (const std::string& file : s.files) {
+  for (std::size_t f = 0; f < s.files.size(); ++f) {
+    const std::string& file = s.files[f];
     EnsembleAccumulator ensemble;
     bool begun = false;
     try {
@@ -353,6 +358,7 @@ int run_predict_command(PredictSettings& s) {
             out.write(report.separator());
             out.write(text);
             ensemble.add(m);
+            pictures.add(m);
             progress.model_done(file, ensemble.models());
           });
     } catch (const std::exception& e) {
@@ -365,6 +371,7 @@ int run_predict_command(PredictSettings& s) {
       throw;
     }
     out.write(report.end_file(ensemble));
+    pictures.end_file(f, file);
   }
   out.write(report.end_all());
   out.finish();
@@ -372,9 +379,18 @@ int run_predict_command(PredictSettings& s) {
 }
 
 int run_fit_command(const FitSettings& s) {
+  // A picture file without a format fails before the fit.
+  if (!s.plot_file.empty()) plot::check_picture_path(s.plot_file, "correlation plot");
+  if (!s.plot_sequence_file.empty())
+    plot::check_picture_path(s.plot_sequence_file, "sequence plot");
+  if (!s.plot_axes_file.empty()) plot::check_picture_path(s.plot_axes_file, "axes plot");
+  if (!s.tensor_script_file.empty()) check_tensor_script_path(s.tensor_script_file);
   const FitResult result = run_fit(s);
   const std::string text = format_fit(result, s);
   if (!s.plot_file.empty()) write_fit_plots(result, s.plot_file);
+  if (!s.plot_sequence_file.empty()) write_fit_sequence_plots(result, s.plot_sequence_file);
+  if (!s.plot_axes_file.empty()) write_fit_axes_plots(result, s.plot_axes_file);
+  if (!s.tensor_script_file.empty()) write_fit_tensor_scripts(result, s.tensor_script_file);
   write_output(text, s.common.output_file);
   return 0;
 }
@@ -413,6 +429,15 @@ int run_cli(int argc, char** argv, const CommandRunners& runners, const FrontEnd
   add_reading_options(*predict, predict_settings, predict_text);
   add_model_options(*predict, predict_settings, predict_text, "Steric model", "Charged obstacle");
   add_output_options(*predict, predict_settings, predict_text);
+  predict
+      ->add_option("--plot-axes", predict_settings.plot_axes_file,
+                   "principal axes of each model on the sphere: FILE.svg, .pdf or .png")
+      ->group("Output");
+  predict
+      ->add_option("--tensor-script", predict_settings.tensor_script_file,
+                   "principal axes of each model on the molecule: FILE.bild (ChimeraX) or .pml "
+                   "(PyMOL)")
+      ->group("Output");
 
   FitSettings fit_settings;
   OptionText fit_text;
@@ -477,6 +502,16 @@ int run_cli(int argc, char** argv, const CommandRunners& runners, const FrontEnd
                     "Charged obstacle (--predict)");
   add_output_options(*fit, fit_settings.common, fit_text);
   fit->add_option("--plot", fit_settings.plot_file, "correlation plot: FILE.svg, .pdf or .png")
+      ->group("Output");
+  fit->add_option("--plot-sequence", fit_settings.plot_sequence_file,
+                  "couplings along the sequence: FILE.svg, .pdf or .png")
+      ->group("Output");
+  fit->add_option("--plot-axes", fit_settings.plot_axes_file,
+                  "principal axes of the fit, samples and prediction on the sphere: FILE.svg, "
+                  ".pdf or .png")
+      ->group("Output");
+  fit->add_option("--tensor-script", fit_settings.tensor_script_file,
+                  "principal axes of the fit on the molecule: FILE.bild (ChimeraX) or .pml (PyMOL)")
       ->group("Output");
 
   try {

@@ -4,36 +4,19 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
-#include <cerrno>
 #include <cmath>
-#include <cstdio>
-#include <cstring>
-#include <filesystem>
-#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-// Under LeakSanitizer: fontconfig, which the cairo driver loads through
-// pango, keeps its configuration and font caches for the life of the
-// process and never frees them; those are not leaks of this program.
-#if defined(__SANITIZE_ADDRESS__)
-#define VORN_PLOT_LSAN_HOOK 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define VORN_PLOT_LSAN_HOOK 1
-#endif
-#endif
-#ifdef VORN_PLOT_LSAN_HOOK
-extern "C" const char* __lsan_default_suppressions() { return "leak:libfontconfig.so\n"; }
-#endif
+#include "modern/plot_support.hpp"
 
 namespace vorn::modern {
 namespace {
 
-// PLplot keeps its streams, driver table and current stream in globals.
-std::mutex plplot_mutex;
+using plot::LegendEntries;
+using plot::plplot_text;
+using plot::Rgb;
 
 // Every marker, in the plot and in the legend, is this glyph (U+25CF BLACK
 // CIRCLE) drawn by plstring; the SVG driver writes it as one text element.
@@ -45,9 +28,6 @@ constexpr PLINT kForeground = 1;
 constexpr PLINT kDiagonal = 2;
 constexpr PLINT kFirstSeries = 3;
 
-struct Rgb {
-  PLINT r, g, b;
-};
 // Okabe-Ito colours, distinguishable with the common colour-vision
 // deficiencies; further series get hues spread by the golden angle.
 constexpr std::array<Rgb, 6> kSeriesColours{
@@ -61,10 +41,8 @@ Rgb series_colour(std::size_t index) {
           static_cast<PLINT>(std::lround(255 * b))};
 }
 
-// Layout in millimetres. PLplot's file devices take the page size in units
-// of 1/72 inch (points; pixels of the PNG). The plot is a square of fixed
-// size; the page grows to the right with the legend.
-constexpr PLFLT kUnitsPerMm = 72.0 / 25.4;
+// Layout in millimetres. The plot is a square of fixed size; the page grows
+// to the right with the legend.
 constexpr PLFLT kPageHeightMm = 226.0;
 constexpr PLFLT kLeftMm = 32.0;    // tick labels and the y label
 constexpr PLFLT kBottomMm = 24.0;  // tick labels and the x label
@@ -75,51 +53,6 @@ constexpr PLFLT kCharMm = 5.0;  // PLplot character height
 constexpr PLFLT kLegendTextScale = 0.9;
 // The legend sample column, as a fraction of the plot width.
 constexpr PLFLT kLegendSampleWidth = 0.07;
-
-std::string plot_error(const std::string& path, const std::string& what) {
-  return "correlation plot '" + path + "': " + what;
-}
-
-// The PLplot device for the extension of `path`.
-std::string device_for(const std::string& path) {
-  std::string extension = std::filesystem::path(path).extension().string();
-  std::transform(extension.begin(), extension.end(), extension.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  // The SVG driver of PLplot itself writes text as text elements; the cairo
-  // one would outline it.
-  if (extension == ".svg") return "svg";
-  if (extension == ".pdf") return "pdfcairo";
-  if (extension == ".png") return "pngcairo";
-  throw std::runtime_error(plot_error(
-      path, "unknown extension '" + extension + "' (the formats are .svg, .pdf and .png)"));
-}
-
-bool device_available(const std::string& device) {
-  // plgDevs fills caller-owned arrays of up to *count entries with pointers
-  // into PLplot's own driver table.
-  constexpr int kCapacity = 256;
-  std::array<const char*, kCapacity> menu{};
-  std::array<const char*, kCapacity> names{};
-  const char** menu_ptr = menu.data();
-  const char** names_ptr = names.data();
-  int count = kCapacity;
-  plgDevs(&menu_ptr, &names_ptr, &count);
-  for (int i = 0; i < count && i < kCapacity; ++i) {
-    if (names[i] != nullptr && device == names[i]) return true;
-  }
-  return false;
-}
-
-// PLplot reads '#' as the start of an escape sequence; "##" is a literal '#'.
-std::string plplot_text(const std::string& text) {
-  std::string escaped;
-  escaped.reserve(text.size());
-  for (char c : text) {
-    escaped += c;
-    if (c == '#') escaped += '#';
-  }
-  return escaped;
-}
 
 // Identical limits for both axes, covering every point with a margin of 5 %
 // of the span (1 Hz around a single value, [-1, 1] Hz without points).
@@ -151,61 +84,6 @@ void check_series(const std::vector<PlotSeries>& series) {
   }
 }
 
-// A PLplot stream of its own for one plot: created on construction, ended on
-// destruction (which also closes the output file), with the stream current
-// before restored. PLplot reports errors into `error_message` instead of
-// printing them.
-class Stream {
- public:
-  Stream() {
-    plgstrm(&previous_);
-    plmkstrm(&stream_);
-    if (stream_ < 0) throw std::runtime_error("no free PLplot stream");
-    plsError(&error_code_, error_message_.data());
-  }
-  Stream(const Stream&) = delete;
-  Stream& operator=(const Stream&) = delete;
-  ~Stream() {
-    plsstrm(stream_);
-    plend1();
-    plsstrm(previous_);
-  }
-  bool failed() const { return error_code_ != 0; }
-  std::string error() const { return error_message_.data(); }
-
- private:
-  PLINT previous_ = 0;
-  PLINT stream_ = -1;
-  PLINT error_code_ = 0;
-  // plabort writes a fixed header plus the message into this buffer.
-  std::array<char, 4096> error_message_{};
-};
-
-struct LegendEntries {
-  std::vector<std::string> texts;
-  std::vector<PLINT> options, text_colours, line_colours, line_styles, symbol_colours,
-      symbol_numbers, box_colours, box_patterns;
-  std::vector<PLFLT> line_widths, symbol_scales, box_scales, box_line_widths;
-  std::vector<const char*> symbols;
-
-  void add(std::string text, PLINT option, PLINT colour) {
-    texts.push_back(std::move(text));
-    options.push_back(option);
-    text_colours.push_back(kForeground);
-    line_colours.push_back(colour);
-    line_styles.push_back(1);
-    line_widths.push_back(1.5);
-    symbol_colours.push_back(colour);
-    symbol_numbers.push_back(1);
-    symbol_scales.push_back(1.0);
-    symbols.push_back(kMarker);
-    box_colours.push_back(colour);
-    box_patterns.push_back(0);
-    box_scales.push_back(1.0);
-    box_line_widths.push_back(1.0);
-  }
-};
-
 // What a plot shows, in the form PLplot takes.
 struct Content {
   const std::vector<PlotSeries>& series;
@@ -222,11 +100,11 @@ Content content_of(const std::vector<PlotSeries>& series, const PlotOptions& opt
   for (std::size_t i = 0; i < series.size(); ++i) {
     c.legend.add(plplot_text(series[i].label) +
                      " (n = " + std::to_string(series[i].measured_hz.size()) + ")",
-                 PL_LEGEND_SYMBOL, kFirstSeries + static_cast<PLINT>(i));
+                 PL_LEGEND_SYMBOL, kFirstSeries + static_cast<PLINT>(i), kForeground, kMarker);
   }
-  c.legend.add("y = x", PL_LEGEND_LINE, kDiagonal);
+  c.legend.add("y = x", PL_LEGEND_LINE, kDiagonal, kForeground, kMarker);
   for (const std::string& note : options.legend_notes) {
-    c.legend.add(plplot_text(note), PL_LEGEND_NONE, kForeground);
+    c.legend.add(plplot_text(note), PL_LEGEND_NONE, kForeground, kForeground, kMarker);
   }
   return c;
 }
@@ -235,19 +113,11 @@ Content content_of(const std::vector<PlotSeries>& series, const PlotOptions& opt
 // `page_width_mm` wide; returns the width of the legend box in millimetres.
 PLFLT draw(const Content& content, PLFLT page_width_mm) {
   const std::vector<PlotSeries>& series = content.series;
-  plspause(0);
-  plspage(0, 0, static_cast<PLINT>(std::lround(page_width_mm * kUnitsPerMm)),
-          static_cast<PLINT>(std::lround(kPageHeightMm * kUnitsPerMm)), 0, 0);
-  plscmap0n(kFirstSeries + static_cast<PLINT>(std::max<std::size_t>(series.size(), 1)));
-  plscol0(kBackground, 255, 255, 255);
-  plscol0(kForeground, 0, 0, 0);
-  plscol0(kDiagonal, 128, 128, 128);
-  for (std::size_t i = 0; i < series.size(); ++i) {
-    const Rgb c = series_colour(i);
-    plscol0(kFirstSeries + static_cast<PLINT>(i), c.r, c.g, c.b);
+  std::vector<Rgb> colours{{255, 255, 255}, {0, 0, 0}, {128, 128, 128}};
+  for (std::size_t i = 0; i < std::max<std::size_t>(series.size(), 1); ++i) {
+    colours.push_back(series_colour(i));
   }
-  plinit();
-  pladv(0);
+  plot::begin_page(page_width_mm, kPageHeightMm, colours);
   plschr(kCharMm, 1.0);
   plsvpa(kLeftMm, kLeftMm + kSideMm, kBottomMm, kBottomMm + kSideMm);
 
@@ -272,45 +142,8 @@ PLFLT draw(const Content& content, PLFLT page_width_mm) {
              kMarker);
   }
 
-  const LegendEntries& legend = content.legend;
-  std::vector<const char*> texts;
-  for (const std::string& text : legend.texts) texts.push_back(text.c_str());
-  // Returned in normalised viewport coordinates.
-  PLFLT legend_width = 0, legend_height = 0;
-  pllegend(&legend_width, &legend_height, PL_LEGEND_BACKGROUND | PL_LEGEND_BOUNDING_BOX,
-           PL_POSITION_OUTSIDE | PL_POSITION_RIGHT, kGapMm / kSideMm, 0.0, kLegendSampleWidth,
-           kBackground, kForeground, 1, 0, 0, static_cast<PLINT>(texts.size()),
-           legend.options.data(), 1.0, kLegendTextScale, 2.0, 0.0, legend.text_colours.data(),
-           texts.data(), legend.box_colours.data(), legend.box_patterns.data(),
-           legend.box_scales.data(), legend.box_line_widths.data(), legend.line_colours.data(),
-           legend.line_styles.data(), legend.line_widths.data(), legend.symbol_colours.data(),
-           legend.symbol_scales.data(), legend.symbol_numbers.data(), legend.symbols.data());
-  return legend_width * kSideMm;
-}
-
-// Draws the plot with `device` into `file` on a stream of its own; returns
-// the legend width in millimetres. Throws std::runtime_error with PLplot's
-// message when PLplot reports an error.
-PLFLT render(const std::string& device, const std::string& file, const Content& content,
-             PLFLT page_width_mm) {
-  Stream stream;
-  plsdev(device.c_str());
-  plsfnam(file.c_str());
-  const PLFLT legend_mm = draw(content, page_width_mm);
-  if (stream.failed()) {
-    // Drop the banner and blank lines PLplot puts around its message.
-    std::string error = stream.error();
-    const std::string banner = "*** PLPLOT ERROR, ABORTING OPERATION ***";
-    if (const auto at = error.find(banner); at != std::string::npos) {
-      error.erase(0, at + banner.size());
-    }
-    const auto first = error.find_first_not_of(" \n");
-    const auto last = error.find_last_not_of(" \n");
-    error =
-        first == std::string::npos ? "unspecified error" : error.substr(first, last - first + 1);
-    throw std::runtime_error("PLplot: " + error);
-  }
-  return legend_mm;
+  return plot::draw_legend_right(content.legend, kGapMm, kSideMm, kLegendSampleWidth,
+                                 kLegendTextScale, kBackground, kForeground);
 }
 
 }  // namespace
@@ -318,35 +151,9 @@ PLFLT render(const std::string& device, const std::string& file, const Content& 
 void write_correlation_plot(const std::string& path, const std::vector<PlotSeries>& series,
                             const PlotOptions& options) {
   check_series(series);
-  const std::string device = device_for(path);
-
-  const std::lock_guard<std::mutex> lock(plplot_mutex);
-  if (!device_available(device)) {
-    throw std::runtime_error(plot_error(
-        path, "PLplot offers no output device '" + device +
-                  "' here (.pdf and .png need PLplot's cairo driver, plplot-driver-cairo)"));
-  }
-  // PLplot retries a file it cannot open and then ends the process, so the
-  // file is opened here first. Opening it also truncates it.
-  if (std::FILE* probe = std::fopen(path.c_str(), "wb")) {
-    std::fclose(probe);
-  } else {
-    throw std::runtime_error(
-        plot_error(path, std::string("cannot open the file for writing: ") + std::strerror(errno)));
-  }
-
-  // PLplot sizes the legend only while drawing it, with the device's own
-  // text metrics: a first pass into /dev/null measures it, the second draws
-  // on a page just wide enough.
-  try {
-    const Content content = content_of(series, options);
-    const PLFLT plot_mm = kLeftMm + kSideMm + kGapMm;
-    const PLFLT legend_mm = render(device, "/dev/null", content, plot_mm + kSideMm);
-    render(device, path, content, plot_mm + std::max(legend_mm, PLFLT{0}) + kRightMm);
-  } catch (const std::exception& e) {
-    std::remove(path.c_str());
-    throw std::runtime_error(plot_error(path, e.what()));
-  }
+  const Content content = content_of(series, options);
+  plot::write_picture(path, "correlation plot", {kLeftMm + kSideMm + kGapMm, kSideMm, kRightMm},
+                      [&](PLFLT page_width_mm) { return draw(content, page_width_mm); });
 }
 
 }  // namespace vorn::modern

@@ -151,6 +151,47 @@ TEST(FitTensor, SameSeedSameNumbers) {
   }
 }
 
+// Sample standard deviation (n - 1) by two passes over the values.
+double two_pass_sd(const std::vector<double>& x) {
+  double mean = 0;
+  for (double v : x) mean += v / x.size();
+  double var = 0;
+  for (double v : x) var += (v - mean) * (v - mean) / (x.size() - 1);
+  return std::sqrt(var);
+}
+
+TEST(FitTensor, KeptSamplesAreTheOnesTheSpreadsComeFrom) {
+  const std::vector<FitRow> rows = synthetic(1.5, 31, 1.5);
+  const TensorFit fit = fit_tensor(rows);
+  for (const ErrorMethod m : {ErrorMethod::monte_carlo, ErrorMethod::bootstrap}) {
+    const ErrorEstimate plain = estimate_errors(rows, fit, m, 150, 77);
+    const ErrorEstimate kept = estimate_errors(rows, fit, m, 150, 77, true, true);
+    EXPECT_TRUE(plain.sample_saupe.empty());
+    ASSERT_EQ(kept.sample_saupe.size(), 150u);
+    // Keeping them changes nothing else.
+    EXPECT_EQ(std::memcmp(&plain.da_hz_sd, &kept.da_hz_sd, sizeof(double)), 0);
+    EXPECT_EQ(std::memcmp(&plain.rhombicity_sd, &kept.rhombicity_sd, sizeof(double)), 0);
+    EXPECT_EQ(plain.euler_deg_sd, kept.euler_deg_sd);
+    EXPECT_EQ(plain.calculated_sd_hz, kept.calculated_sd_hz);
+    // The reported spreads are those of the kept samples.
+    std::vector<double> da, rh;
+    for (const SaupeElements& s : kept.sample_saupe) {
+      const AlignmentTensor t = analyze_tensor(s);
+      da.push_back(t.da_hz);
+      rh.push_back(t.rhombicity);
+    }
+    EXPECT_NEAR(two_pass_sd(da), kept.da_hz_sd, 1e-9 * kept.da_hz_sd);
+    EXPECT_NEAR(two_pass_sd(rh), kept.rhombicity_sd, 1e-9 * kept.rhombicity_sd);
+    for (std::size_t i = 0; i < rows.size(); i += 17) {
+      std::vector<double> calc;
+      for (const SaupeElements& s : kept.sample_saupe) calc.push_back(dot(rows[i].design, s));
+      EXPECT_NEAR(two_pass_sd(calc), kept.calculated_sd_hz[i], 1e-9 * kept.calculated_sd_hz[i]);
+    }
+    // Perturbed fits scatter around the fit, not on it.
+    EXPECT_NE(kept.sample_saupe.front(), kept.sample_saupe.back());
+  }
+}
+
 TEST(FitTensor, SignCheckFindsTheInvertedType) {
   std::vector<FitRow> rows = synthetic(0.5, 21, 0.0);
   for (FitRow& r : rows)

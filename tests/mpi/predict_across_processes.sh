@@ -6,8 +6,9 @@
 #
 # identical: JSON, CSV and text of an mmCIF entry, of a 40-model PDB file
 #   made here, of both files at once, of model selections with fewer models
-#   than processes, of a charged medium (the models' charges), and with
-#   --output; vorn-mpi fit against vorn fit.
+#   than processes, of a charged medium (the models' charges), with
+#   --output, and the pictures (--plot-axes, --tensor-script); vorn-mpi fit
+#   against vorn fit.
 # error: a file with a malformed record in one model (met by the first
 #   process, or by another one): a non-zero status within the time limit,
 #   the message with file and line on standard error, and the output of
@@ -141,6 +142,21 @@ identical() {
     fi
   else
     fail "--output: status $?"
+  fi
+
+  # The pictures: written by the first process, the same bytes as vorn's.
+  "$vorn" predict -q --format json -o "$work/vorn.json" --plot-axes "$work/vorn.svg" \
+    --tensor-script "$work/vorn.pml" "$data/1D3Z_raw_10models.pdb" ||
+    fail "vorn predict --plot-axes --tensor-script: status $?"
+  if run_mpi 3 predict --threads 1 --format json -o "$work/mpi.json" --plot-axes \
+    "$work/mpi.svg" --tensor-script "$work/mpi.pml" "$data/1D3Z_raw_10models.pdb"; then
+    if cmp "$work/vorn.svg" "$work/mpi.svg" && cmp "$work/vorn.pml" "$work/mpi.pml"; then
+      pass "--plot-axes, --tensor-script: same bytes"
+    else
+      fail "--plot-axes or --tensor-script differs from vorn predict's"
+    fi
+  else
+    fail "--plot-axes, --tensor-script: status $?"
   fi
 }
 

@@ -21,6 +21,7 @@ app::ModelPrediction sample_prediction() {
   m.built_hydrogens = 3;
   m.net_charge = -1.9500000000000002;
   m.charged_groups = 26;
+  m.centre = {27.125, -0.0, 1.0 / 3.0};
   m.tensor.saupe = {1e-3, -2.5e-4, 3.0e-5, -0.0, 7.25e-4};
   m.tensor.eigenvalues = {1.1e-3, -6.0e-4, -5.0e-4};
   m.tensor.eigenvectors = {{{0.1, 0.2, 0.3}, {0.4, 0.5, 0.6}, {0.7, 0.8, 0.9}}};
@@ -71,6 +72,9 @@ TEST(ModelMessage, RoundTripKeepsEveryMember) {
   EXPECT_EQ(b.built_hydrogens, 3);
   EXPECT_TRUE(same_bits(b.net_charge, m.net_charge));
   EXPECT_EQ(b.charged_groups, 26);
+  EXPECT_TRUE(same_bits(b.centre.x, m.centre.x));
+  EXPECT_TRUE(same_bits(b.centre.y, m.centre.y));
+  EXPECT_TRUE(same_bits(b.centre.z, m.centre.z));
   for (int i = 0; i < 5; ++i) EXPECT_TRUE(same_bits(b.tensor.saupe[i], m.tensor.saupe[i])) << i;
   for (int i = 0; i < 3; ++i) {
     EXPECT_TRUE(same_bits(b.tensor.eigenvalues[i], m.tensor.eigenvalues[i]));

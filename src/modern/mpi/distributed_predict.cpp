@@ -19,6 +19,7 @@
 
 #include "modern/cli.hpp"
 #include "modern/mpi/model_message.hpp"
+#include "modern/predict_pictures.hpp"
 #include "modern/predict_report.hpp"
 
 namespace vorn::mpi {
@@ -262,6 +263,7 @@ int run_first(const PredictSettings& s, const Plan& plan, const ProcessGroup& gr
   share.read.stride = group.size;
   share.read.offset = 0;
   modern::PredictReport report(s, s.files.size() > 1);
+  modern::PredictPictures pictures(s, s.files.size());
   modern::Output out(s.output_file);
   std::vector<MPI_Request> pending;
   std::vector<std::string> buffers;
@@ -276,6 +278,7 @@ int run_first(const PredictSettings& s, const Plan& plan, const ProcessGroup& gr
       out.write(report.separator());
       out.write(text);
       ensemble.add(m);
+      pictures.add(m);
     };
     Gather gather(file, group, write);
     std::optional<std::string> failure;
@@ -322,6 +325,7 @@ int run_first(const PredictSettings& s, const Plan& plan, const ProcessGroup& gr
         }
       } else {
         out.write(report.end_file(ensemble));
+        pictures.end_file(f, file);
         if (f + 1 == s.files.size()) {
           out.write(report.end_all());
           out.finish();
@@ -431,6 +435,7 @@ int predict_across_processes(const PredictSettings& settings, const ProcessGroup
         if (!probe) throw io::InputError(file + ": cannot open: " + std::strerror(errno));
       }
       app::prepare_charges(s, s.files);
+      modern::PredictPictures(s, s.files.size());  // picture files of no format fail here
     }
   } catch (const std::exception& e) {
     report_failure(program, group.rank == 0

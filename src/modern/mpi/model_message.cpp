@@ -79,6 +79,7 @@ std::string encode_model(const app::ModelPrediction& m, const std::string& text)
   e.put(m.built_hydrogens);
   e.put(m.net_charge);
   e.put(m.charged_groups);
+  e.put_vec3(m.centre);
   const AlignmentTensor& t = m.tensor;
   e.put(t.saupe);
   e.put(t.eigenvalues);
@@ -119,6 +120,7 @@ ModelMessage decode_model(std::string_view bytes) {
   m.built_hydrogens = d.get<int>();
   m.net_charge = d.get<double>();
   m.charged_groups = d.get<int>();
+  m.centre = d.get_vec3();
   AlignmentTensor& t = m.tensor;
   t.saupe = d.get<SaupeElements>();
   t.eigenvalues = d.get<std::array<double, 3>>();

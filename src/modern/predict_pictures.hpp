@@ -1,0 +1,34 @@
+// The pictures of `vorn predict`: the principal axes of every model on the
+// sphere and on the molecule, one file of each per input file.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "app/predict_command.hpp"
+#include "modern/tensor_script.hpp"
+
+namespace vorn::modern {
+
+class PredictPictures {
+ public:
+  // The files to write (empty: none); `files` input files (with several,
+  // "_<n>" for the n-th goes before the extension). Throws
+  // std::runtime_error naming a file whose extension has no format, before
+  // anything is predicted.
+  PredictPictures(const app::PredictSettings& settings, std::size_t files);
+
+  // A model of the current file, in file order.
+  void add(const app::ModelPrediction& model);
+  // Writes the pictures of the models added since the last call (input
+  // file `index`, 0-based) and forgets them.
+  void end_file(std::size_t index, const std::string& file);
+
+ private:
+  std::string axes_path_, script_path_;
+  std::string medium_;
+  std::size_t files_;
+  std::vector<ScriptTensor> models_;
+};
+
+}  // namespace vorn::modern
