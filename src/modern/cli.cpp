@@ -420,16 +420,21 @@ int run_cli(int argc, char** argv, const CommandRunners& runners, const FrontEnd
       ->required()
       ->type_name("FILE");
   fit->add_option("COUPLINGS", fit_settings.couplings,
-                  "measured couplings: classic, X-PLOR/CNS restraints or a table")
+                  "measured couplings: classic, X-PLOR/CNS restraints, a table, NEF, NMR-STAR or "
+                  "an NMRPipe table, optionally gzipped")
       ->required()
       ->type_name("FILE");
   add_reading_options(*fit, fit_settings.common, fit_text);
   const char* couplings_group = "Couplings";
   fit->add_option("--couplings-format", couplings_format,
-                  "classic, xplor or table (default: by content)")
+                  "classic, xplor, table, nef, nmrstar or pipe (default: by content)")
       ->group(couplings_group)
-      ->check(CLI::IsMember({"classic", "dc", "xplor", "cns", "table"}, CLI::ignore_case));
-  fit->add_option("--set", set, "tensor set (X-PLOR tensor residue, e.g. 500; default: every set)")
+      ->check(CLI::IsMember({"classic", "dc", "xplor", "cns", "table", "nef", "nmrstar", "nmr-star",
+                             "star", "pipe", "nmrpipe"},
+                            CLI::ignore_case));
+  fit->add_option("--set", set,
+                  "coupling set: X-PLOR tensor residue (500), NEF list (peg_gel-1) or NMR-STAR "
+                  "frame (default: every set)")
       ->group(couplings_group);
   fit->add_flag("--lenient", fit_settings.coupling_read.lenient,
                 "skip bad lines and couplings whose atoms are missing, with a count")
