@@ -18,6 +18,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "app/fit_command.hpp"
@@ -193,9 +194,10 @@ void add_model_options(CLI::App& cmd, PredictSettings& s, OptionText& t, const c
 
 void add_output_options(CLI::App& cmd, PredictSettings& s, OptionText& t) {
   const char* group = "Output";
-  cmd.add_option("--format", t.format, "text, json or csv")
+  cmd.add_option("--format", t.format,
+                 "text, json, csv, nef (NEF rdc restraint lists) or pipe (NMRPipe table)")
       ->group(group)
-      ->check(CLI::IsMember({"text", "json", "csv"}))
+      ->check(CLI::IsMember({"text", "json", "csv", "nef", "pipe"}))
       ->capture_default_str();
   cmd.add_option("-o,--output", s.output_file, "output file (default: standard output)")
       ->group(group);
@@ -265,9 +267,11 @@ void finish_options(const CLI::App& cmd, const OptionText& t, PredictSettings& s
   finish_medium(cmd, t, s);
   // Checked against the same names by the option's IsMember.
   s.selection = parse_selection(t.selection).value_or(Selection::surface);
-  s.output_format = t.format == "json"  ? OutputFormat::json
-                    : t.format == "csv" ? OutputFormat::csv
-                                        : OutputFormat::text;
+  s.output_format = t.format == "json"   ? OutputFormat::json
+                    : t.format == "csv"  ? OutputFormat::csv
+                    : t.format == "nef"  ? OutputFormat::nef
+                    : t.format == "pipe" ? OutputFormat::pipe
+                                         : OutputFormat::text;
   if (cmd.count("--atom-radius") > 0) {
     s.atom_radius_given = true;
     s.medium.atom_radius = t.atom_radius;
@@ -290,6 +294,10 @@ Output::~Output() {
 
 void Output::write(const std::string& text) {
   if (text.empty()) return;
+  if (hold_) {
+    held_ += text;
+    return;
+  }
   if (file_ == nullptr) {
     file_ = path_.empty() || path_ == "-" ? stdout : std::fopen(path_.c_str(), "wb");
     if (file_ == nullptr) throw InputError(path_ + ": cannot open for writing");
@@ -300,6 +308,10 @@ void Output::write(const std::string& text) {
 }
 
 void Output::finish() {
+  if (hold_) {
+    hold_ = false;
+    write(std::exchange(held_, std::string()));
+  }
   if (file_ != nullptr && std::fflush(file_) != 0) throw InputError(path_ + ": write failed");
 }
 
@@ -331,7 +343,7 @@ int run_predict_command(PredictSettings& s) {
   const ThreadPlan plan = plan_threads(context, threads);
 
   PredictReport report(s, s.files.size() > 1);
-  Output out(s.output_file);
+  Output out(s.output_file, !report.keeps_partial_output());
   Progress progress(!s.quiet);
   out.write(report.begin_all());
   for (const std::string& file : s.files) {
@@ -353,7 +365,7 @@ int run_predict_command(PredictSettings& s) {
           });
     } catch (const std::exception& e) {
       // Close the document so that what was written stays valid, then fail.
-      if (begun) {
+      if (begun && report.keeps_partial_output()) {
         out.write(report.end_file_with_error(e.what(), ensemble.models()));
         out.write(report.end_all());
         out.finish();

@@ -96,6 +96,9 @@ TEST(ModelMessage, RoundTripKeepsEveryMember) {
     EXPECT_EQ(x.type, y.type);
     EXPECT_EQ(x.atom1, y.atom1);
     EXPECT_EQ(x.atom2, y.atom2);
+    EXPECT_EQ(x.atom1_residue_number, y.atom1_residue_number);
+    EXPECT_EQ(x.atom1_insertion_code, y.atom1_insertion_code);
+    EXPECT_EQ(x.atom1_residue_name, y.atom1_residue_name);
     EXPECT_EQ(x.element1, y.element1);
     EXPECT_EQ(x.element2, y.element2);
     EXPECT_TRUE(same_bits(x.vector.x, y.vector.x));
