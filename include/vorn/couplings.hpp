@@ -44,13 +44,13 @@ struct CouplingSite {
   std::string residue_name;
   std::string type;          // "N-H", "CA-HA", "CA-C", "C-N" or "C-HN"
   std::string atom1, atom2;  // atom names as in the structure ("C" of i-1 for C-N, C-HN)
+  std::string element1, element2;
+  Vec3 vector;                  // position of atom2 minus position of atom1
+  bool built_hydrogen = false;  // atom2 (H) was built, not read
   // The residue of atom1: the one above, or the one before for C-N, C-HN.
   int atom1_residue_number = 0;
   char atom1_insertion_code = ' ';
   std::string atom1_residue_name;
-  std::string element1, element2;
-  Vec3 vector;                  // position of atom2 minus position of atom1
-  bool built_hydrogen = false;  // atom2 (H) was built, not read
 };
 
 // The standard internuclear distance of a backbone coupling type, Angstrom:

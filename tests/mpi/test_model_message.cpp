@@ -29,7 +29,8 @@ app::ModelPrediction sample_prediction() {
   m.tensor.da_hz = -7.123456789012345;
   m.tensor.rhombicity = 0.6180339887498949;
   m.tensor.euler_deg = {{{1, 2, 3}, {4, 5, 6}, {7, 8, 9}, {10, 11, 12}}};
-  // Chains with and without a name, an insertion code, a built hydrogen.
+  // Chains with and without a name, an insertion code, a built hydrogen,
+  // atom1 in a residue of its own.
   const CouplingSite sites[] = {
       {"A", -5, ' ', "GLY", "N-H", "N", "H", "N", "H", {0.0, -1.25, 1.0}, true},
       {"A", -4, 'B', "GLY", "CA-HA", "CA", "HA2", "C", "H", {0.5, -1.25, -0.0}, false},
@@ -43,7 +44,10 @@ app::ModelPrediction sample_prediction() {
        "C",
        "C",
        {1.0, 2.5, std::nextafter(1.0, 2.0)},
-       false}};
+       false,
+       -4,
+       'B',
+       "GLY"}};
   const double predicted[] = {0.0, -4.2, std::numeric_limits<double>::denorm_min()};
   for (int i = 0; i < 3; ++i) {
     app::PredictedCoupling c;
