@@ -614,7 +614,9 @@ vorn::io::CouplingReadOptions coupling_options(const std::optional<std::string>&
   if (format) {
     options.format = vorn::io::parse_coupling_format(*format);
     if (!options.format) {
-      throw py::value_error("format must be 'classic', 'xplor' or 'table' (got '" + *format + "')");
+      throw py::value_error(
+          "format must be 'classic', 'xplor', 'table', 'nef', 'nmrstar' or 'pipe' (got '" +
+          *format + "')");
     }
   }
   options.set = set;
@@ -1044,11 +1046,12 @@ file order, in the same order as all_coordinates.
 returns them.
 )doc")
       .def_readonly("name", &CouplingSet::name,
-                    "Set name: the tensor residue number of X-PLOR files ('500'); '' for the "
+                    "Set name: the tensor residue number of X-PLOR files ('500'), the list of "
+                    "NEF files ('peg_gel-1') or the frame of NMR-STAR files; '' for the "
                     "layouts holding a single set.")
       .def_readonly("format", &CouplingSet::format,
-                    "Layout of the file: 'classic', 'xplor' or "
-                    "'table'.")
+                    "Layout of the file: 'classic', 'xplor', 'table', 'nef', 'nmrstar' or "
+                    "'pipe'.")
       .def_readonly("skipped_lines", &CouplingSet::skipped_lines,
                     "Bad lines or statements of the file skipped with lenient=True.")
       .def_property_readonly("couplings", &coupling_dicts,
@@ -1132,7 +1135,7 @@ fields of `vorn fit --format json`.
                     "also charges, one dict per model: model, net_charge, charged_groups.")
       .def_readonly("structure_format", &FitResult::structure_format, "'PDB' or 'mmCIF'.")
       .def_readonly("couplings_format", &FitResult::couplings_format,
-                    "'classic', 'xplor' or 'table'.")
+                    "'classic', 'xplor', 'table', 'nef', 'nmrstar' or 'pipe'.")
       .def_readonly("skipped_lines", &FitResult::skipped_lines,
                     "Bad lines of the coupling file skipped with lenient=True.")
       .def("__repr__", [](const FitResult& r) {
@@ -1246,10 +1249,14 @@ every missing one also where the structure has some (docs/hydrogens.md).
   m.def("read_couplings", &read_couplings, "path"_a, "format"_a = py::none(), "set"_a = py::none(),
         "lenient"_a = false,
         R"doc(Read measured couplings: the classic "resnum value type" layout, X-PLOR/CNS
-assign statements (several sets) or a table naming both atoms.
+assign statements (several sets), a table naming both atoms, NEF coupling
+lists, NMR-STAR _RDC/_RDC_constraint frames or an NMRPipe table; plain or
+gzipped.
 
-format   "classic", "xplor" or "table" (default: told from the content)
-set      keep only this set (X-PLOR tensor residue, e.g. "500")
+format   "classic", "xplor", "table", "nef", "nmrstar" or "pipe" (default:
+         told from the content)
+set      keep only this set (X-PLOR tensor residue "500", NEF list
+         "peg_gel-1" or its framecode, NMR-STAR frame name)
 lenient  skip bad lines, counted in skipped_lines, instead of failing
 
 Returns a list of CouplingSet, in order of first appearance. Raises

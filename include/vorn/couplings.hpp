@@ -47,6 +47,10 @@ struct CouplingSite {
   std::string element1, element2;
   Vec3 vector;                  // position of atom2 minus position of atom1
   bool built_hydrogen = false;  // atom2 (H) was built, not read
+  // The residue of atom1: the one above, or the one before for C-N, C-HN.
+  int atom1_residue_number = 0;
+  char atom1_insertion_code = ' ';
+  std::string atom1_residue_name;
 };
 
 // The standard internuclear distance of a backbone coupling type, Angstrom:

@@ -294,6 +294,17 @@ bool names_proton(const std::string& name) {
   return !name.empty() && (name[0] == 'H' || name[0] == 'Q');
 }
 
+// The name of the residue an atom of a coupling is in; "" when the model
+// has no such residue.
+std::string residue_name(const std::vector<Atom>& atoms, const io::CouplingAtom& atom) {
+  for (const Atom& a : atoms) {
+    if (a.residue_number == atom.residue && (atom.chain.empty() || a.chain == atom.chain)) {
+      return a.residue_name;
+    }
+  }
+  return "";
+}
+
 // Adds a model's couplings (and its predicted tensor, with --predict) to the
 // group; `centre` is the mean position of the atoms read, `placed` the
 // hydrogens placed with --add-hydrogens (their atoms already in the model).
@@ -317,13 +328,9 @@ void add_model(Group& g, const io::Model& model, const io::CouplingFile& file, c
         ResolvedCoupling r;
         r.measured = m;
         r.type = type_of(m);
-        for (const Atom& a : model.atoms) {
-          if (a.residue_number == m.atom1.residue &&
-              (m.atom1.chain.empty() || a.chain == m.atom1.chain)) {
-            if (is_methyl_axis(m, a.residue_name)) r.type = "methyl";
-            break;
-          }
-        }
+        r.residue_name1 = residue_name(model.atoms, m.atom1);
+        r.residue_name2 = residue_name(model.atoms, m.atom2);
+        if (!r.residue_name1.empty() && is_methyl_axis(m, r.residue_name1)) r.type = "methyl";
         r.row.type = r.type;
         r.row.value_hz = m.value_hz;
         r.row.error_hz = m.error_hz.value_or(0.0);

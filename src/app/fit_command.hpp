@@ -44,6 +44,7 @@ struct FitSettings {
 // One coupling of a set resolved against the structure.
 struct ResolvedCoupling {
   io::MeasuredCoupling measured;
+  std::string residue_name1, residue_name2;  // of the structure's residues ("" when not found)
   std::string type;                   // "N-H", "CA-HA", "CA-C", "C-N", "C-HN" or "ATOM1-ATOM2"
   FitRow row;                         // design (averaged over models and pseudo-atom protons)
   double distance = 0.0;              // Angstrom, the one Dmax was taken at

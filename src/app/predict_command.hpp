@@ -43,7 +43,8 @@ using io::StructureReader;
 using io::UnparsedModel;
 
 enum class Selection { surface, heavy, all };
-enum class OutputFormat { text, json, csv };
+// nef: NEF rdc restraint lists; pipe: an NMRPipe table.
+enum class OutputFormat { text, json, csv, nef, pipe };
 
 struct PredictSettings {
   std::vector<std::string> files;

@@ -56,6 +56,9 @@ CouplingSite site(const Atom& residue_atom, const char* type, const Atom& a1, co
   s.residue_name = residue_atom.residue_name;
   s.type = type;
   s.atom1 = a1.name;
+  s.atom1_residue_number = a1.residue_number;
+  s.atom1_insertion_code = a1.insertion_code;
+  s.atom1_residue_name = a1.residue_name;
   s.atom2 = a2.name;
   s.element1 = a1.element;
   s.element2 = a2.element;

@@ -1,5 +1,7 @@
 // Readers of measured residual dipolar couplings: the classic layout, X-PLOR
-// assign statements and the plain table (see coupling_reader.hpp).
+// assign statements and the plain table, the choice of the format and the
+// selection of a set (see coupling_reader.hpp). The NEF, NMR-STAR and
+// NMRPipe readers have files of their own.
 #include "io/coupling_reader.hpp"
 
 #include <algorithm>
@@ -7,16 +9,92 @@
 #include <charconv>
 #include <climits>
 #include <cmath>
-#include <fstream>
 #include <map>
-#include <sstream>
 #include <system_error>
 #include <utility>
 
+#include "io/atom_names.hpp"
+#include "io/coupling_formats.hpp"
+#include "io/file_text.hpp"
 #include "io/number_text.hpp"
 
 namespace vorn::io {
+
+namespace detail {
+
+std::string shown(std::string_view s) {
+  constexpr size_t kMaxShown = 40;
+  std::string out(1, '"');
+  out.append(s.substr(0, kMaxShown));
+  out.append(s.size() > kMaxShown ? "...\"" : "\"");
+  return out;
+}
+
+std::vector<std::string_view> split_fields(std::string_view line) {
+  std::vector<std::string_view> fields;
+  size_t i = 0;
+  while (i < line.size()) {
+    if (std::isspace(static_cast<unsigned char>(line[i])) != 0) {
+      ++i;
+      continue;
+    }
+    const size_t start = i;
+    while (i < line.size() && std::isspace(static_cast<unsigned char>(line[i])) == 0) ++i;
+    fields.push_back(line.substr(start, i - start));
+  }
+  return fields;
+}
+
+std::string lower_case(std::string_view s) {
+  std::string out(s);
+  std::transform(out.begin(), out.end(), out.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return out;
+}
+
+LoopColumns::LoopColumns(const StarLoop& loop) : loop_(loop) {
+  for (std::size_t i = 0; i < loop.tags.size(); ++i) {
+    const std::string tag = lower_case(loop.tags[i]);
+    const std::size_t dot = tag.find('.');
+    const std::string category = tag.substr(0, dot);
+    if (i == 0) category_ = category;
+    if (category != category_) category_.clear();
+    if (dot != std::string::npos) columns_.try_emplace(tag.substr(dot + 1), i);
+  }
+}
+
+std::optional<std::size_t> LoopColumns::find(std::string_view column) const {
+  const auto it = columns_.find(lower_case(column));
+  if (it == columns_.end()) return std::nullopt;
+  return it->second;
+}
+
+std::optional<double> number_value(const StarValue& value, std::string_view column) {
+  if (!value) return std::nullopt;
+  const auto number = number_text::to_number(*value);
+  if (!number) {
+    throw BadValue{std::string(column) + " " + shown(*value) + " is not a number"};
+  }
+  return number;
+}
+
+std::optional<int> integer_value(const StarValue& value, std::string_view column) {
+  if (!value) return std::nullopt;
+  const auto number = number_text::to_int(*value);
+  if (!number) {
+    throw BadValue{std::string(column) + " " + shown(*value) + " is not an integer"};
+  }
+  return number;
+}
+
+}  // namespace detail
+
 namespace {
+
+using detail::CouplingCollector;
+using detail::for_each_line;
+using detail::shown;
+using detail::split_fields;
 
 using number_text::to_int;
 using number_text::to_number;
@@ -38,54 +116,10 @@ std::string lower(std::string_view s) {
   return out;
 }
 
-std::string upper(std::string_view s) {
-  std::string out(s);
-  std::transform(out.begin(), out.end(), out.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-  return out;
-}
-
 std::string_view trim(std::string_view s) {
   while (!s.empty() && is_space(s.front())) s.remove_prefix(1);
   while (!s.empty() && is_space(s.back())) s.remove_suffix(1);
   return s;
-}
-
-// A token for a message: quoted, and shortened when long.
-std::string shown(std::string_view s) {
-  constexpr size_t kMaxShown = 40;
-  std::string out(1, '"');
-  out.append(s.substr(0, kMaxShown));
-  out.append(s.size() > kMaxShown ? "...\"" : "\"");
-  return out;
-}
-
-// The lines of a text, numbered from 1.
-template <typename Visit>
-void for_each_line(std::string_view text, Visit visit) {
-  long number = 0;
-  size_t start = 0;
-  while (start < text.size()) {
-    const size_t end = std::min(text.find('\n', start), text.size());
-    visit(++number, text.substr(start, end - start));
-    start = end + 1;
-  }
-}
-
-// The white-space separated fields of a line.
-std::vector<std::string_view> split_fields(std::string_view line) {
-  std::vector<std::string_view> fields;
-  size_t i = 0;
-  while (i < line.size()) {
-    if (is_space(line[i])) {
-      ++i;
-      continue;
-    }
-    const size_t start = i;
-    while (i < line.size() && !is_space(line[i])) ++i;
-    fields.push_back(line.substr(start, i - start));
-  }
-  return fields;
 }
 
 // The white-space separated fields of a line up to a "#" that starts a field
@@ -299,15 +333,6 @@ struct Selection {
   std::optional<std::string> segid;
 };
 
-// X-PLOR names of atoms with a single PDB equivalent.
-std::string pdb_atom_name(std::string_view xplor_name) {
-  std::string name = upper(xplor_name);
-  if (name == "HN") return "H";
-  if (name == "OT1") return "O";
-  if (name == "OT2") return "OXT";
-  return name;
-}
-
 class AssignParser {
  public:
   AssignParser(const std::vector<Token>& tokens, size_t keyword)
@@ -464,25 +489,10 @@ class AssignParser {
 // ---------------------------------------------------------------------------
 
 struct Reader {
-  const std::string& name;
-  bool lenient;
-  CouplingFile result;
-  std::map<std::string, size_t> set_index;
+  CouplingCollector& out;
 
-  [[noreturn]] void fail(long line, const std::string& what) const {
-    throw InputError(name + ":" + std::to_string(line) + ": " + what);
-  }
-
-  void bad(const BadInput& b) {
-    if (!lenient) fail(b.line, b.what);
-    ++result.skipped_lines;
-  }
-
-  void add(const std::string& set, MeasuredCoupling c) {
-    const auto [it, inserted] = set_index.try_emplace(set, result.sets.size());
-    if (inserted) result.sets.push_back({set, {}});
-    result.sets[it->second].couplings.push_back(std::move(c));
-  }
+  void bad(const BadInput& b) { out.bad(b.line, b.what); }
+  void add(const std::string& set, MeasuredCoupling c) { out.add(set, std::move(c)); }
 
   void classic(std::string_view text) {
     for_each_line(text, [&](long number, std::string_view line) {
@@ -535,7 +545,34 @@ struct Reader {
   }
 };
 
+// The first field of the first line that holds one, outside "#" comments.
+std::string_view first_field(std::string_view text) {
+  std::string_view found;
+  bool decided = false;
+  for_each_line(text, [&](long, std::string_view line) {
+    if (decided) return;
+    const auto f = fields_before_comment(line);
+    if (f.empty()) return;
+    found = f.front();
+    decided = true;
+  });
+  return found;
+}
+
 std::optional<CouplingFormat> detect(std::string_view text) {
+  // STAR files open with a data block: NEF has its "save_nef_" frames,
+  // NMR-STAR its _RDC or _RDC_constraint loops.
+  if (lower(first_field(text).substr(0, 5)) == "data_") {
+    if (text.find("save_nef_") != std::string_view::npos) return CouplingFormat::nef;
+    if (text.find("_RDC") != std::string_view::npos) return CouplingFormat::nmrstar;
+    return std::nullopt;
+  }
+  bool vars = false;
+  for_each_line(text, [&](long, std::string_view line) {
+    const auto f = split_fields(line);
+    if (!f.empty() && f.front() == "VARS") vars = true;
+  });
+  if (vars) return CouplingFormat::pipe;
   for (const Token& t : tokenize_xplor(text).tokens) {
     if (is_assign(t)) return CouplingFormat::xplor;
   }
@@ -563,6 +600,9 @@ std::optional<CouplingFormat> parse_coupling_format(std::string_view name) {
   if (key == "classic" || key == "dc") return CouplingFormat::classic;
   if (key == "xplor" || key == "cns") return CouplingFormat::xplor;
   if (key == "table") return CouplingFormat::table;
+  if (key == "nef") return CouplingFormat::nef;
+  if (key == "nmrstar" || key == "nmr-star" || key == "star") return CouplingFormat::nmrstar;
+  if (key == "pipe" || key == "nmrpipe") return CouplingFormat::pipe;
   return std::nullopt;
 }
 
@@ -574,6 +614,12 @@ std::string coupling_format_name(CouplingFormat format) {
       return "xplor";
     case CouplingFormat::table:
       return "table";
+    case CouplingFormat::nef:
+      return "nef";
+    case CouplingFormat::nmrstar:
+      return "nmrstar";
+    case CouplingFormat::pipe:
+      return "pipe";
   }
   return "unknown";
 }
@@ -584,12 +630,15 @@ CouplingFile parse_couplings(std::string_view text, const std::string& name_for_
   const auto format = options.format ? options.format : detect(text);
   if (!format) {
     throw InputError("cannot tell the format of " + name +
-                     " (use --couplings-format): expected X-PLOR assign statements, table "
-                     "lines \"chain1 res1 atom1 chain2 res2 atom2 value [error]\" or classic "
-                     "lines \"resnum value type\"");
+                     " (use --couplings-format): expected a NEF file (data_ and save_nef_ "
+                     "frames), an NMR-STAR file (data_ and _RDC loops), an NMRPipe table "
+                     "(VARS line), X-PLOR assign statements, table lines \"chain1 res1 atom1 "
+                     "chain2 res2 atom2 value [error]\" or classic lines \"resnum value type\"");
   }
-  Reader reader{name, options.lenient, {}, {}};
-  reader.result.format = *format;
+  CouplingFile result;
+  result.format = *format;
+  CouplingCollector collector(name, options.lenient, result);
+  Reader reader{collector};
   switch (*format) {
     case CouplingFormat::classic:
       reader.classic(text);
@@ -600,8 +649,16 @@ CouplingFile parse_couplings(std::string_view text, const std::string& name_for_
     case CouplingFormat::table:
       reader.table(text);
       break;
+    case CouplingFormat::nef:
+      detail::read_nef_couplings(text, collector);
+      break;
+    case CouplingFormat::nmrstar:
+      detail::read_nmrstar_couplings(text, collector);
+      break;
+    case CouplingFormat::pipe:
+      detail::read_pipe_couplings(text, collector);
+      break;
   }
-  CouplingFile& result = reader.result;
   if (result.sets.empty()) {
     std::string what = name + ": no couplings found";
     if (result.skipped_lines > 0) {
@@ -611,38 +668,36 @@ CouplingFile parse_couplings(std::string_view text, const std::string& name_for_
                      " format");
   }
   if (options.set) {
-    const auto it = std::find_if(result.sets.begin(), result.sets.end(),
-                                 [&](const CouplingSet& s) { return s.name == *options.set; });
+    // A NEF list answers to its full framecode too.
+    const auto it = std::find_if(result.sets.begin(), result.sets.end(), [&](const CouplingSet& s) {
+      return s.name == *options.set || (!s.framecode.empty() && s.framecode == *options.set);
+    });
     if (it == result.sets.end()) {
       std::string names;
       for (const CouplingSet& s : result.sets) {
         names += (names.empty() ? "" : ", ") + (s.name.empty() ? "\"\"" : s.name);
       }
-      if (*format == CouplingFormat::xplor) {
+      if (*format == CouplingFormat::xplor || *format == CouplingFormat::nef ||
+          *format == CouplingFormat::nmrstar) {
         throw InputError(name + ": no coupling set " + shown(*options.set) +
                          ", expected one of the sets in the file: " + names);
       }
       throw InputError(name + ": no coupling set " + shown(*options.set) + ", the " +
                        coupling_format_name(*format) +
                        " format holds one unnamed set (sets are tensor residues of X-PLOR "
-                       "files)");
+                       "files and the lists of NEF and NMR-STAR files)");
     }
     CouplingSet kept = std::move(*it);
     result.sets.clear();
     result.sets.push_back(std::move(kept));
   }
-  return std::move(result);
+  return result;
 }
 
 CouplingFile read_couplings(const std::string& path, const CouplingReadOptions& options) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) {
-    throw InputError(path + ": cannot open the coupling file, expected a readable file");
-  }
-  std::ostringstream content;
-  content << in.rdbuf();
-  if (in.bad()) throw InputError(path + ": cannot read the coupling file");
-  return parse_couplings(content.str(), path, options);
+  const std::string text =
+      read_file_text(path, "cannot open the coupling file, expected a readable file");
+  return parse_couplings(text, path, options);
 }
 
 }  // namespace vorn::io

@@ -1,6 +1,7 @@
-// Reading of measured residual dipolar couplings in three layouts: the
-// classic "resnum value type" file, X-PLOR/CNS assign statements (several
-// alignment media in one file) and a plain table naming both atoms.
+// Reading of measured residual dipolar couplings: the classic "resnum value
+// type" file, X-PLOR/CNS assign statements (several alignment media in one
+// file), a plain table naming both atoms, and the exchange formats of the
+// field: NEF, NMR-STAR and NMRPipe tables. Files may be gzip-compressed.
 //
 // classic  One coupling per line: "resnum value type", white-space
 //          separated. The type gives the atom pair, both atoms of residue i
@@ -40,6 +41,35 @@
 //          (whole-line or trailing comments); names such as "HB#" are kept.
 //          Atom names are taken as written.
 //
+// nef      The nef_rdc_restraint_list save frames, one set per frame, named by
+//          the framecode after "nef_rdc_restraint_list_" ("peg_gel-1"; the
+//          full framecode is accepted by `set` too). Columns of the
+//          _nef_rdc_restraint loop: chain_code_1, sequence_code_1 (an
+//          integer), atom_name_1, the same for _2, target_value; optional
+//          target_value_uncertainty (the error), weight and scale; others are
+//          ignored. A row of weight 0 is left out; otherwise the weight is
+//          not used. The value (and its error, by the magnitude) is multiplied
+//          by the scale. Chain "." is "". Atom names go through nef_atom_name
+//          (atom_names.hpp): HN -> H, HB% -> HB#, HBx -> HB#. Rows sharing a
+//          restraint_id (alternative atom pairs) are an error.
+//
+// nmrstar  The _RDC_constraint loops (restraint files, the PDB's
+//          *_nmr-data.str) and the _RDC loops (measured lists) of NMR-STAR
+//          v3 save frames, one set per frame, named by the frame
+//          ("CNS/XPLOR_dipolar_coupling_5"). Each atom by author numbering
+//          (Auth_seq_ID_n, Auth_atom_ID_n, chain Auth_asym_ID_n) when the row
+//          has it, else Seq_ID_n and Atom_ID_n (chain ""). Value RDC_val (Val
+//          in _RDC loops), error RDC_val_err (Val_err), multiplied by
+//          RDC_val_scale_factor where given. Atom names as the X-PLOR ones.
+//          Unquoted "$" save-frame references are read as text.
+//
+// pipe     An NMRPipe table: the VARS line names the columns of the data
+//          rows (RESID_I ATOMNAME_I RESID_J ATOMNAME_J D required; DD the
+//          error, W the weight, RESNAME_I/J and others read and not used);
+//          a FORMAT line, if any, must have as many entries. REMARK, DATA,
+//          NULLVALUE and NULLSTRING lines and empty lines are skipped. W 0
+//          leaves a row out. Atom names as the X-PLOR ones (HN -> H).
+//
 // Errors (numbers that are not numbers, missing or surplus fields, an
 // unknown coupling type, a malformed assign statement, an unclosed "{"
 // comment) throw InputError "FILE:LINE: what was wrong, what was expected".
@@ -73,17 +103,19 @@ struct MeasuredCoupling {
 };
 
 // The couplings of one alignment medium. name: the tensor residue number of
-// X-PLOR files ("500"); "" for the layouts that hold a single set.
+// X-PLOR files ("500"), the list of NEF ("peg_gel-1") and NMR-STAR files;
+// "" for the layouts that hold a single set.
 struct CouplingSet {
   std::string name;
   std::vector<MeasuredCoupling> couplings;
+  std::string framecode;  // NEF: the list's full framecode; else ""
 };
 
-enum class CouplingFormat { classic, xplor, table };
+enum class CouplingFormat { classic, xplor, table, nef, nmrstar, pipe };
 
 struct CouplingReadOptions {
   std::optional<CouplingFormat> format;  // unset: told from the content
-  std::optional<std::string> set;        // keep only this set (X-PLOR); default: all
+  std::optional<std::string> set;        // keep only this set; default: all
   bool lenient = false;                  // skip and count bad lines instead of failing
 };
 
@@ -93,13 +125,15 @@ struct CouplingFile {
   int skipped_lines = 0;          // bad lines or statements skipped with `lenient`
 };
 
-// Reads a coupling file. Without options.format the layout is told from the
-// content: an assign keyword outside comments means X-PLOR; else the first
-// line holding data decides: 7 or 8 fields with integers in fields 2 and 5
-// mean a table, three leading numbers the classic layout. options.set keeps
-// one set of an X-PLOR file (a name the file lacks is an error listing the
-// sets it has); for the single-set layouts only "" is accepted. Throws
-// InputError.
+// Reads a coupling file, plain or gzip-compressed. Without options.format
+// the layout is told from the content: a first field "data_..." means NEF
+// when "save_nef_" follows, NMR-STAR when "_RDC" does; a line starting with
+// VARS an NMRPipe table; an assign keyword outside comments X-PLOR; else the
+// first line holding data decides: 7 or 8 fields with integers in fields 2
+// and 5 mean a table, three leading numbers the classic layout. options.set
+// keeps one set of an X-PLOR, NEF or NMR-STAR file (a name the file lacks is
+// an error listing the sets it has); for the single-set layouts only "" is
+// accepted. Throws InputError.
 CouplingFile read_couplings(const std::string& path, const CouplingReadOptions& options = {});
 
 // The same reading for text already in memory; name_for_messages stands for
@@ -107,10 +141,11 @@ CouplingFile read_couplings(const std::string& path, const CouplingReadOptions& 
 CouplingFile parse_couplings(std::string_view text, const std::string& name_for_messages,
                              const CouplingReadOptions& options);
 
-// "classic" or "dc", "xplor" or "cns", "table" (any case); nullopt otherwise.
+// "classic" or "dc", "xplor" or "cns", "table", "nef", "nmrstar" (or
+// "nmr-star", "star"), "pipe" or "nmrpipe" (any case); nullopt otherwise.
 std::optional<CouplingFormat> parse_coupling_format(std::string_view name);
 
-// "classic", "xplor" or "table".
+// "classic", "xplor", "table", "nef", "nmrstar" or "pipe".
 std::string coupling_format_name(CouplingFormat format);
 
 }  // namespace vorn::io

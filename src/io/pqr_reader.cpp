@@ -2,23 +2,17 @@
 // charges onto a structure's atoms (see pqr_reader.hpp).
 #include "io/pqr_reader.hpp"
 
-#include <zlib.h>
-
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
 #include <charconv>
 #include <cmath>
-#include <cstring>
-#include <filesystem>
 #include <limits>
 #include <map>
-#include <memory>
 #include <optional>
 #include <set>
-#include <system_error>
 #include <tuple>
 
+#include "io/file_text.hpp"
 #include "io/number_text.hpp"
 
 namespace vorn::io {
@@ -158,42 +152,6 @@ PqrAtom parse_record(std::vector<std::string_view> f, long number, const std::st
   return a;
 }
 
-struct GzClose {
-  void operator()(gzFile f) const { gzclose(f); }
-};
-
-// The whole content of a file, uncompressed when it is gzip (zlib passes
-// other files through unchanged).
-std::string read_file(const std::string& path) {
-  std::error_code ec;
-  if (std::filesystem::is_directory(path, ec)) throw InputError(path + ": is a directory");
-  errno = 0;
-  const std::unique_ptr<gzFile_s, GzClose> file(gzopen(path.c_str(), "rb"));
-  if (!file) {
-    throw InputError(path +
-                     ": cannot open: " + (errno != 0 ? std::strerror(errno) : "out of memory"));
-  }
-  std::string text;
-  std::vector<char> buffer(1 << 16);
-  while (true) {
-    const int n = gzread(file.get(), buffer.data(), static_cast<unsigned>(buffer.size()));
-    int code = Z_OK;
-    const char* message = gzerror(file.get(), &code);
-    if (n < 0 || (code != Z_OK && code != Z_STREAM_END)) {
-      std::string what = code == Z_ERRNO ? std::strerror(errno) : std::string(message);
-      // zlib names the file in front of its own message.
-      if (what.rfind(path + ": ", 0) == 0) what.erase(0, path.size() + 2);
-      std::string message = path;
-      message += ": read error: ";
-      message += what;
-      throw InputError(message);
-    }
-    if (n == 0) break;
-    text.append(buffer.data(), static_cast<size_t>(n));
-  }
-  return text;
-}
-
 // ---------------------------------------------------------------------------
 // Charges onto a structure
 
@@ -267,7 +225,9 @@ std::vector<PqrAtom> parse_pqr(std::string_view text, const std::string& name_fo
   return atoms;
 }
 
-std::vector<PqrAtom> read_pqr(const std::string& path) { return parse_pqr(read_file(path), path); }
+std::vector<PqrAtom> read_pqr(const std::string& path) {
+  return parse_pqr(read_file_text(path), path);
+}
 
 vorn::AtomCharges charges_from_pqr(std::span<const vorn::Atom> atoms,
                                    const std::vector<PqrAtom>& pqr, const std::string& path) {

@@ -18,6 +18,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "app/fit_command.hpp"
@@ -200,9 +201,10 @@ void add_model_options(CLI::App& cmd, PredictSettings& s, OptionText& t, const c
 
 void add_output_options(CLI::App& cmd, PredictSettings& s, OptionText& t) {
   const char* group = "Output";
-  cmd.add_option("--format", t.format, "text, json or csv")
+  cmd.add_option("--format", t.format,
+                 "text, json, csv, nef (NEF rdc restraint lists) or pipe (NMRPipe table)")
       ->group(group)
-      ->check(CLI::IsMember({"text", "json", "csv"}))
+      ->check(CLI::IsMember({"text", "json", "csv", "nef", "pipe"}))
       ->capture_default_str();
   cmd.add_option("-o,--output", s.output_file, "output file (default: standard output)")
       ->group(group);
@@ -272,9 +274,11 @@ void finish_options(const CLI::App& cmd, const OptionText& t, PredictSettings& s
   finish_medium(cmd, t, s);
   // Checked against the same names by the option's IsMember.
   s.selection = parse_selection(t.selection).value_or(Selection::surface);
-  s.output_format = t.format == "json"  ? OutputFormat::json
-                    : t.format == "csv" ? OutputFormat::csv
-                                        : OutputFormat::text;
+  s.output_format = t.format == "json"   ? OutputFormat::json
+                    : t.format == "csv"  ? OutputFormat::csv
+                    : t.format == "nef"  ? OutputFormat::nef
+                    : t.format == "pipe" ? OutputFormat::pipe
+                                         : OutputFormat::text;
   if (cmd.count("--atom-radius") > 0) {
     s.atom_radius_given = true;
     s.medium.atom_radius = t.atom_radius;
@@ -297,6 +301,10 @@ Output::~Output() {
 
 void Output::write(const std::string& text) {
   if (text.empty()) return;
+  if (hold_) {
+    held_ += text;
+    return;
+  }
   if (file_ == nullptr) {
     file_ = path_.empty() || path_ == "-" ? stdout : std::fopen(path_.c_str(), "wb");
     if (file_ == nullptr) throw InputError(path_ + ": cannot open for writing");
@@ -307,6 +315,10 @@ void Output::write(const std::string& text) {
 }
 
 void Output::finish() {
+  if (hold_) {
+    hold_ = false;
+    write(std::exchange(held_, std::string()));
+  }
   if (file_ != nullptr && std::fflush(file_) != 0) throw InputError(path_ + ": write failed");
 }
 
@@ -339,7 +351,7 @@ int run_predict_command(PredictSettings& s) {
 
   PredictPictures pictures(s, s.files.size());
   PredictReport report(s, s.files.size() > 1);
-  Output out(s.output_file);
+  Output out(s.output_file, !report.keeps_partial_output());
   Progress progress(!s.quiet);
   out.write(report.begin_all());
   for (std::size_t f = 0; f < s.files.size(); ++f) {
@@ -363,7 +375,7 @@ int run_predict_command(PredictSettings& s) {
           });
     } catch (const std::exception& e) {
       // Close the document so that what was written stays valid, then fail.
-      if (begun) {
+      if (begun && report.keeps_partial_output()) {
         out.write(report.end_file_with_error(e.what(), ensemble.models()));
         out.write(report.end_all());
         out.finish();
@@ -449,16 +461,21 @@ int run_cli(int argc, char** argv, const CommandRunners& runners, const FrontEnd
       ->required()
       ->type_name("FILE");
   fit->add_option("COUPLINGS", fit_settings.couplings,
-                  "measured couplings: classic, X-PLOR/CNS restraints or a table")
+                  "measured couplings: classic, X-PLOR/CNS restraints, a table, NEF, NMR-STAR or "
+                  "an NMRPipe table, optionally gzipped")
       ->required()
       ->type_name("FILE");
   add_reading_options(*fit, fit_settings.common, fit_text);
   const char* couplings_group = "Couplings";
   fit->add_option("--couplings-format", couplings_format,
-                  "classic, xplor or table (default: by content)")
+                  "classic, xplor, table, nef, nmrstar or pipe (default: by content)")
       ->group(couplings_group)
-      ->check(CLI::IsMember({"classic", "dc", "xplor", "cns", "table"}, CLI::ignore_case));
-  fit->add_option("--set", set, "tensor set (X-PLOR tensor residue, e.g. 500; default: every set)")
+      ->check(CLI::IsMember({"classic", "dc", "xplor", "cns", "table", "nef", "nmrstar", "nmr-star",
+                             "star", "pipe", "nmrpipe"},
+                            CLI::ignore_case));
+  fit->add_option("--set", set,
+                  "coupling set: X-PLOR tensor residue (500), NEF list (peg_gel-1) or NMR-STAR "
+                  "frame (default: every set)")
       ->group(couplings_group);
   fit->add_flag("--lenient", fit_settings.coupling_read.lenient,
                 "skip bad lines and couplings whose atoms are missing, with a count")

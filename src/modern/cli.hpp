@@ -5,6 +5,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "app/fit_command.hpp"
 #include "app/predict_command.hpp"
@@ -47,11 +48,12 @@ int run_predict_command(app::PredictSettings& settings);
 int run_fit_command(const app::FitSettings& settings);
 
 // Output written as it comes, to standard output or to a file opened at the
-// first write (so that a run failing before any output leaves no file).
+// first write (so that a run failing before any output leaves no file);
+// with `hold`, kept until finish() (a run failing before leaves nothing).
 // Throws io::InputError when the file cannot be opened or written.
 class Output {
  public:
-  explicit Output(std::string path) : path_(std::move(path)) {}
+  explicit Output(std::string path, bool hold = false) : path_(std::move(path)), hold_(hold) {}
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
   ~Output();
@@ -61,6 +63,8 @@ class Output {
  private:
   std::string path_;
   FILE* file_ = nullptr;
+  bool hold_ = false;
+  std::string held_;
 };
 
 }  // namespace vorn::modern

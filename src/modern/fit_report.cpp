@@ -3,7 +3,9 @@
 #include <fmt/format.h>
 
 #include <nlohmann/json.hpp>
+#include <set>
 
+#include "io/coupling_writer.hpp"
 #include "modern/predict_report.hpp"
 #include "modern/version.hpp"
 
@@ -309,10 +311,76 @@ std::string format_text(const FitResult& r, const FitSettings& settings) {
   return out;
 }
 
+// The back-calculated couplings of each fit as a list for the NEF and
+// NMRPipe writers: the measured atoms with the structure's residue names,
+// the calculated value and, with error estimates, its standard deviation.
+// Lists are named by their set ("couplings" for an unnamed one), with the
+// model for --per-model, and made unique.
+std::vector<io::CouplingList> written_lists(const FitResult& r, const FitSettings& s) {
+  std::vector<io::CouplingList> lists;
+  std::set<std::string> names;
+  for (const SetFit& set : r.sets) {
+    io::CouplingList list;
+    std::string name = io::nef_list_name(set.set);
+    if (s.mode == FitMode::per_model && !set.models.empty()) {
+      name += "_model_" + std::to_string(set.models.front());
+    }
+    list.name = name;
+    for (int k = 2; !names.insert(list.name).second; ++k)
+      list.name = name + "_" + std::to_string(k);
+    for (std::size_t i = 0; i < set.couplings.size(); ++i) {
+      const ResolvedCoupling& c = set.couplings[i];
+      const io::MeasuredCoupling& m = c.measured;
+      io::WrittenCoupling w;
+      w.atom1 = {m.atom1.chain, m.atom1.residue, ' ', c.residue_name1, m.atom1.name};
+      w.atom2 = {m.atom2.chain, m.atom2.residue, ' ', c.residue_name2, m.atom2.name};
+      w.value_hz = set.fit.calculated_hz[i];
+      if (set.errors) w.error_hz = set.errors->calculated_sd_hz[i];
+      list.couplings.push_back(std::move(w));
+    }
+    lists.push_back(std::move(list));
+  }
+  return lists;
+}
+
+std::string format_nef(const FitResult& r, const FitSettings& s) {
+  std::string out = io::nef_begin("vorn_fit", kVersion);
+  for (const io::CouplingList& list : written_lists(r, s)) out += io::nef_rdc_list(list);
+  return out;
+}
+
+std::string format_pipe(const FitResult& r, const FitSettings& s) {
+  if (r.sets.size() != 1) {
+    throw InputError(fmt::format(
+        "--format pipe: an NMRPipe table holds one list of couplings, and the fit gives {} (one "
+        "per set{}; choose one with --set{}, or use --format nef)",
+        r.sets.size(), s.mode == FitMode::per_model ? " and model" : "",
+        s.mode == FitMode::per_model ? " and --models" : ""));
+  }
+  const SetFit& set = r.sets.front();
+  std::string models;
+  for (int m : set.models) {
+    if (!models.empty()) models += ',';
+    models += std::to_string(m);
+  }
+  return io::pipe_table(
+      written_lists(r, s).front(),
+      {fmt::format("VORN {} back-calculated dipolar couplings: {} fitted to {}{}, model{} {}",
+                   kVersion, s.couplings, s.structure,
+                   set.set.empty() ? "" : " (set " + set.set + ")",
+                   set.models.size() > 1 ? "s" : "", models),
+       fmt::format("Da(NH) {:.3f} Hz, rhombicity {:.4f}, Q {:.3f}", set.fit.tensor.da_hz,
+                   set.fit.tensor.rhombicity, set.quality.overall.q)});
+}
+
 }  // namespace
 
 std::string format_fit(const FitResult& result, const FitSettings& settings) {
   switch (settings.common.output_format) {
+    case OutputFormat::nef:
+      return format_nef(result, settings);
+    case OutputFormat::pipe:
+      return format_pipe(result, settings);
     case OutputFormat::json:
       return format_json(result, settings);
     case OutputFormat::csv:

@@ -6,11 +6,13 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <filesystem>
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <string_view>
 #include <type_traits>
 
+#include "io/coupling_writer.hpp"
 #include "modern/version.hpp"
 #include "vorn/electrostatics.hpp"
 
@@ -182,6 +184,24 @@ std::string csv_field(const std::string& text) {
   return quoted + "\"";
 }
 
+// The predicted couplings of a model as a list for the NEF and NMRPipe
+// writers: atom1 in its own residue (the one before for C-N and C-HN).
+io::CouplingList written_list(const ModelPrediction& m, const std::string& name) {
+  io::CouplingList list;
+  list.name = name;
+  list.couplings.reserve(m.couplings.size());
+  for (const PredictedCoupling& c : m.couplings) {
+    const CouplingSite& s = c.site;
+    io::WrittenCoupling w;
+    w.atom1 = {s.chain, s.atom1_residue_number, s.atom1_insertion_code, s.atom1_residue_name,
+               s.atom1};
+    w.atom2 = {s.chain, s.residue_number, s.insertion_code, s.residue_name, s.atom2};
+    w.value_hz = c.predicted_hz;
+    list.couplings.push_back(std::move(w));
+  }
+  return list;
+}
+
 }  // namespace
 
 json settings_json(const PredictSettings& s) {
@@ -240,6 +260,15 @@ std::string icode_text(char icode) {
 
 std::string PredictReport::begin_all() const {
   switch (settings_.output_format) {
+    case OutputFormat::nef:
+      return io::nef_begin("vorn_predict", kVersion);
+    case OutputFormat::pipe:
+      if (several_) {
+        throw InputError(
+            "--format pipe: an NMRPipe table holds one list of couplings, and several files "
+            "were given (use --format nef)");
+      }
+      return "";
     case OutputFormat::json:
       return several_ ? "[\n" : "";
     case OutputFormat::csv:
@@ -253,9 +282,24 @@ std::string PredictReport::begin_all() const {
 
 std::string PredictReport::begin_file(const std::string& file, const std::string& format) {
   first_model_ = true;
+  file_ = file;
   const bool first_file = files_begun_++ == 0;
   const Medium& m = settings_.medium;
   switch (settings_.output_format) {
+    case OutputFormat::nef: {
+      if (!several_) return "";
+      // The file's name without its folder and extensions, made unique.
+      std::string stem = std::filesystem::path(file).filename().string();
+      stem = stem.substr(0, stem.find('.'));
+      std::string prefix = io::nef_list_name(stem) + "_";
+      for (const auto& [other, used] : list_prefix_) {
+        if (used == prefix) prefix = io::nef_list_name(stem) + std::to_string(files_begun_) + "_";
+      }
+      list_prefix_[file] = prefix;
+      return "";
+    }
+    case OutputFormat::pipe:
+      return "";
     case OutputFormat::json: {
       json head;
       head["vorn_version"] = kVersion;
@@ -284,6 +328,18 @@ std::string PredictReport::begin_file(const std::string& file, const std::string
 
 std::string PredictReport::model(const ModelPrediction& p, const std::string& file) const {
   switch (settings_.output_format) {
+    case OutputFormat::nef: {
+      const auto prefix = list_prefix_.find(file);
+      return io::nef_rdc_list(written_list(p, (prefix == list_prefix_.end() ? "" : prefix->second) +
+                                                  "model_" + std::to_string(p.model)));
+    }
+    case OutputFormat::pipe:
+      return io::pipe_table(
+          written_list(p, ""),
+          {fmt::format("VORN {} predicted dipolar couplings of {}, model {}", kVersion, file,
+                       p.model),
+           fmt::format("medium {}, Da(NH) {:.3f} Hz, rhombicity {:.4f}", medium_label(settings_),
+                       p.tensor.da_hz, p.tensor.rhombicity)});
     case OutputFormat::json:
       return model_json(p, is_charged(settings_.medium));
     case OutputFormat::csv: {
@@ -343,14 +399,25 @@ std::string PredictReport::model(const ModelPrediction& p, const std::string& fi
 }
 
 std::string PredictReport::separator() {
-  if (settings_.output_format != OutputFormat::json) return "";
   const bool first = first_model_;
   first_model_ = false;
+  if (settings_.output_format == OutputFormat::pipe && !first) {
+    throw InputError("--format pipe: an NMRPipe table holds one list of couplings, and " + file_ +
+                     " has more than one model (choose one with --models, or use --format nef)");
+  }
+  if (settings_.output_format != OutputFormat::json) return "";
   return first ? "\n" : ",\n";
+}
+
+bool PredictReport::keeps_partial_output() const {
+  return settings_.output_format != OutputFormat::pipe;
 }
 
 std::string PredictReport::end_file(const EnsembleAccumulator& ensemble) const {
   switch (settings_.output_format) {
+    case OutputFormat::nef:
+    case OutputFormat::pipe:
+      return "";
     case OutputFormat::json: {
       std::string out = "\n]";
       if (ensemble.models() > 1) out += ",\"ensemble\":" + ensemble_json(ensemble.summary()).dump();

@@ -2,6 +2,7 @@
 // the models are predicted: text, JSON and CSV.
 #pragma once
 
+#include <map>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
@@ -32,7 +33,10 @@ std::string medium_text(const app::PredictSettings& settings);
 // than one model) or "error" (a failure after models were written); several
 // files form an array of such objects. CSV: a header line, then one row per
 // coupling (a first column "file" with several files). Text: a report per
-// model, then the ensemble.
+// model, then the ensemble. NEF: one data block, one rdc restraint list per
+// model ("model_1", or "FILE_model_1" with several files). Pipe: the NMRPipe
+// table of the one model of the one file; a second file or model is an
+// InputError (thrown by begin_all and separator).
 class PredictReport {
  public:
   PredictReport(const app::PredictSettings& settings, bool several_files)
@@ -48,12 +52,19 @@ class PredictReport {
   // Closes the document of the current file after a failure.
   std::string end_file_with_error(const std::string& message, int models_written) const;
   std::string end_all() const;
+  // Whether what was written stays when a run fails part way: not for an
+  // NMRPipe table, which is written whole or not at all.
+  bool keeps_partial_output() const;
 
  private:
   const app::PredictSettings& settings_;
   bool several_;
   int files_begun_ = 0;
   bool first_model_ = true;
+  std::string file_;  // the file begun last
+  // NEF: the start of each file's list names, set in begin_file (before the
+  // file's models are formatted on the worker threads).
+  std::map<std::string, std::string> list_prefix_;
 };
 
 }  // namespace vorn::modern

@@ -30,7 +30,8 @@ app::ModelPrediction sample_prediction() {
   m.tensor.da_hz = -7.123456789012345;
   m.tensor.rhombicity = 0.6180339887498949;
   m.tensor.euler_deg = {{{1, 2, 3}, {4, 5, 6}, {7, 8, 9}, {10, 11, 12}}};
-  // Chains with and without a name, an insertion code, a built hydrogen.
+  // Chains with and without a name, an insertion code, a built hydrogen,
+  // atom1 in a residue of its own.
   const CouplingSite sites[] = {
       {"A", -5, ' ', "GLY", "N-H", "N", "H", "N", "H", {0.0, -1.25, 1.0}, true},
       {"A", -4, 'B', "GLY", "CA-HA", "CA", "HA2", "C", "H", {0.5, -1.25, -0.0}, false},
@@ -44,7 +45,10 @@ app::ModelPrediction sample_prediction() {
        "C",
        "C",
        {1.0, 2.5, std::nextafter(1.0, 2.0)},
-       false}};
+       false,
+       -4,
+       'B',
+       "GLY"}};
   const double predicted[] = {0.0, -4.2, std::numeric_limits<double>::denorm_min()};
   for (int i = 0; i < 3; ++i) {
     app::PredictedCoupling c;
@@ -100,6 +104,9 @@ TEST(ModelMessage, RoundTripKeepsEveryMember) {
     EXPECT_EQ(x.type, y.type);
     EXPECT_EQ(x.atom1, y.atom1);
     EXPECT_EQ(x.atom2, y.atom2);
+    EXPECT_EQ(x.atom1_residue_number, y.atom1_residue_number);
+    EXPECT_EQ(x.atom1_insertion_code, y.atom1_insertion_code);
+    EXPECT_EQ(x.atom1_residue_name, y.atom1_residue_name);
     EXPECT_EQ(x.element1, y.element1);
     EXPECT_EQ(x.element2, y.element2);
     EXPECT_TRUE(same_bits(x.vector.x, y.vector.x));

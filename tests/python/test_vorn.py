@@ -378,6 +378,26 @@ def test_read_couplings():
         vorn.read_couplings(XPLOR, set="999")
 
 
+def test_read_couplings_exchange_formats():
+    nef = DATA / "formats" / "2l9r_docr_rdc_excerpt.nef.gz"
+    sets = vorn.read_couplings(nef)
+    assert [s.name for s in sets] == ["peg_gel-1", "peg_gel-2"]
+    assert all(s.format == "nef" for s in sets)
+    first = sets[0].couplings[0]
+    assert (first["residue1"], first["atom1"], first["residue2"], first["atom2"]) == (11, "H", 11, "N")
+    assert first["value_hz"] == 3.745 and first["error_hz"] == 4.0
+    [only] = vorn.read_couplings(nef, set="nef_rdc_restraint_list_peg_gel-2")
+    assert only.name == "peg_gel-2" and len(only) == len(sets[1])
+    [star] = vorn.read_couplings(DATA / "formats" / "2kw5_mr_rdc_excerpt.str.gz", format="nmrstar")
+    assert star.name == "CNS/XPLOR_dipolar_coupling_5" and star.format == "nmrstar"
+    [pipe] = vorn.read_couplings(DATA / "formats" / "ubq_2mjb_t500_nh.tab")
+    # Written from the classic N-H file, one row per coupling of it.
+    nh = DATA / "couplings" / "ubq_2mjb_t500_bicelleA_nh.dc"
+    assert pipe.format == "pipe" and len(pipe) == sum(1 for line in open(nh) if line.strip())
+    with pytest.raises(ValueError, match="'nef', 'nmrstar' or 'pipe'"):
+        vorn.read_couplings(nef, format="xml")
+
+
 def assert_fit_equal(result, expected):
     t = expected["tensor"]
     assert_tensor_equal(result.tensor, t)

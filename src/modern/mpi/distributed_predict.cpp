@@ -264,7 +264,7 @@ int run_first(const PredictSettings& s, const Plan& plan, const ProcessGroup& gr
   share.read.offset = 0;
   modern::PredictReport report(s, s.files.size() > 1);
   modern::PredictPictures pictures(s, s.files.size());
-  modern::Output out(s.output_file);
+  modern::Output out(s.output_file, !report.keeps_partial_output());
   std::vector<MPI_Request> pending;
   std::vector<std::string> buffers;
 
@@ -318,7 +318,7 @@ int run_first(const PredictSettings& s, const Plan& plan, const ProcessGroup& gr
     try {
       if (failure) {
         // Close the document so that what was written stays valid, then fail.
-        if (begun) {
+        if (begun && report.keeps_partial_output()) {
           out.write(report.end_file_with_error(*failure, ensemble.models()));
           out.write(report.end_all());
           out.finish();

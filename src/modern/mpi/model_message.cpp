@@ -99,6 +99,9 @@ std::string encode_model(const app::ModelPrediction& m, const std::string& text)
     e.put_string(s.type);
     e.put_string(s.atom1);
     e.put_string(s.atom2);
+    e.put(s.atom1_residue_number);
+    e.put(s.atom1_insertion_code);
+    e.put_string(s.atom1_residue_name);
     e.put_string(s.element1);
     e.put_string(s.element2);
     e.put_vec3(s.vector);
@@ -144,6 +147,9 @@ ModelMessage decode_model(std::string_view bytes) {
     s.type = d.get_string();
     s.atom1 = d.get_string();
     s.atom2 = d.get_string();
+    s.atom1_residue_number = d.get<int>();
+    s.atom1_insertion_code = d.get<char>();
+    s.atom1_residue_name = d.get_string();
     s.element1 = d.get_string();
     s.element2 = d.get_string();
     s.vector = d.get_vec3();

@@ -1,0 +1,7 @@
+// Fuzzes the reader of NMRPipe tables; see
+// fuzz_coupling_checks.hpp for the options and the checks.
+#include "fuzz_coupling_checks.hpp"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  return fuzz_coupling_format(data, size, vorn::io::CouplingFormat::pipe, "");
+}
