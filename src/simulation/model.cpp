@@ -70,7 +70,6 @@ Orientations sample_angles(const Settings& settings, const ClassicLimits& limits
 
 void build_lists(const Settings& settings, Orientations& o, const Log& log) {
   setup_lists(settings, o.count, o.tables, log);
-  detail::fill_frame_axes(o.tables, o.count);
   check_Saupe_uniformity(settings, o.count, o.tables, o.saupe_dev, log);
 }
 
@@ -78,6 +77,9 @@ Orientations sample_orientations(const Settings& settings, const ClassicLimits& 
                                  const Log& log) {
   Orientations o = sample_angles(settings, limits, log);
   build_lists(settings, o, log);
+  // These orientations serve many structures: their frame axes are worth
+  // storing once (a single prediction computes them on its workers).
+  detail::fill_frame_axes(o.tables, o.count);
   return o;
 }
 

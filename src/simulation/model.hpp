@@ -38,7 +38,8 @@ Placement place_molecule(const Settings& settings, int n, std::vector<double>& x
 Orientations sample_angles(const Settings& settings, const ClassicLimits& limits, const Log& log);
 // The element lists of the sampled orientations and their means.
 void build_lists(const Settings& settings, Orientations& orientations, const Log& log);
-// sample_angles followed by build_lists.
+// sample_angles followed by build_lists, with the frame axes of every
+// orientation stored for reuse.
 Orientations sample_orientations(const Settings& settings, const ClassicLimits& limits,
                                  const Log& log);
 

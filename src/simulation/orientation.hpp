@@ -21,7 +21,7 @@ struct OrientationTables {
   std::vector<EulerAngle> eulerangle;
   std::vector<double> szz_orient, sxx_yy_orient, sxy_orient, sxz_orient, syz_orient;
   // Elements 1..3 of the x and y axes of each orientation's atom frame, as
-  // {x1, x2, x3, y1, y2, y3}, from index 1 when filled (by build_lists, so
+  // {x1, x2, x3, y1, y2, y3}, from index 1 when filled (by sample_orientations, so
   // that a context computes them once for all its structures); empty, the
   // simulation computes them per orientation, with the same bits.
   std::vector<std::array<double, 6>> frame_axes;

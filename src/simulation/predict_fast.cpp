@@ -149,6 +149,20 @@ int build_group(std::vector<int>& idx, int lo, int hi, const std::vector<double>
   return n;
 }
 
+// Appends the blocks of group n, whose leaves start at leaf number `first`;
+// returns the number of its leaves. All leaves of a group but its last are
+// full, so the count follows from the number of atoms.
+int add_blocks(AtomTree& t, int n, int first) {
+  const int leaves = (t.end[n] - t.begin[n] + kLeafSize - 1) / kLeafSize;
+  if (leaves <= AtomTree::kMaxBlockLeaves) {
+    t.block_node.push_back(n);
+    t.block_leaf.push_back(first);
+    return leaves;
+  }
+  const int in_first = add_blocks(t, n + 1, first);
+  return in_first + add_blocks(t, t.second[n], first + in_first);
+}
+
 // One contiguous run [begin, end) of allowed positions, or end < 0 when the
 // allowed positions of the row do not form a single run.
 struct RowRun {
@@ -287,9 +301,10 @@ float lowest_projection_with(const AtomTree& t, const double x_axis[4], int& hin
 // so the search asks whether any atom reaches the next threshold below the
 // lowest projection found so far; a leaf whose bound stays above it is
 // skipped, which prunes more than the search for the exact minimum can.
-// With that target the leaves worth a scan are few, and a pass over the
-// bounds of all leaves (a loop the compiler vectorises) finds them faster
-// than a walk down the tree.
+// With that target the leaves worth a scan are few: the bound of a block
+// (a group of up to 64 leaves) rules out most blocks at once, and within the
+// others a pass over the bounds of all their leaves (a loop the compiler
+// vectorises) finds them faster than a walk down the tree.
 int leading_contacts(const AtomTree& t, const double x_axis[4], const float* pot, int positions,
                      ContactHint& hint) {
   const auto contact_of = [](float v) { return [v](float p) { return v <= p; }; };
@@ -348,14 +363,20 @@ int leading_contacts(const AtomTree& t, const double x_axis[4], const float* pot
   // Every projection of a leaf is at least its centre's projection less
   // |axis| * reach (Cauchy-Schwarz) less the single-precision rounding.
   const double norm = std::sqrt(d1 * d1 + d2 * d2 + d3 * d3) * (1.0 + kWiden);
-  // Leaves in blocks of 64: the bounds of a block at once, a mask of the
-  // leaves that may reach the target, then those leaves alone. The target
-  // only falls, so a leaf left out by the mask stays out.
-  constexpr int kBlock = 64;
+  // Block by block: the block's bound, then the bounds of its leaves at
+  // once, a mask of the leaves that may reach the target, then those leaves
+  // alone. The target only falls, so a block or leaf left out stays out.
+  constexpr int kBlock = AtomTree::kMaxBlockLeaves;
+  static_assert(kBlock <= 64, "one bit per leaf of a block");
   alignas(16) double bound[kBlock];
-  const int leaves = static_cast<int>(t.leaf.size());
-  for (int l0 = 0; l0 < leaves && contacts < positions; l0 += kBlock) {
-    const int count = std::min(kBlock, leaves - l0);
+  const int blocks = static_cast<int>(t.block_node.size());
+  for (int b = 0; b < blocks && contacts < positions; ++b) {
+    const int group = t.block_node[static_cast<std::size_t>(b)];
+    const double group_bound = (d1 * t.cx[group] + d2 * t.cy[group] + d3 * t.cz[group]) -
+                               (norm * t.reach[group] + t.error[group]);
+    if (!(group_bound <= target)) continue;
+    const int l0 = t.block_leaf[static_cast<std::size_t>(b)];
+    const int count = t.block_leaf[static_cast<std::size_t>(b) + 1] - l0;
     const double* cx = t.leaf_cx.data() + l0;
     const double* cy = t.leaf_cy.data() + l0;
     const double* cz = t.leaf_cz.data() + l0;
@@ -363,7 +384,7 @@ int leading_contacts(const AtomTree& t, const double x_axis[4], const float* pot
     const double* error = t.leaf_error.data() + l0;
     std::uint64_t candidates = 0;
 #if defined(__SSE2__)
-    // The leaf arrays hold an even number of entries (see build_atom_tree).
+    // The leaf arrays hold an entry beyond the last leaf (see build_atom_tree).
     const __m128d vd1 = _mm_set1_pd(d1), vd2 = _mm_set1_pd(d2), vd3 = _mm_set1_pd(d3);
     const __m128d vnorm = _mm_set1_pd(norm), vtarget = _mm_set1_pd(target);
     for (int j = 0; j < count; j += 2) {
@@ -1014,12 +1035,11 @@ AtomTree build_atom_tree(int no_atoms, const std::vector<double>& x, const std::
   for (std::vector<int>* v : {&t.begin, &t.end, &t.second}) v->reserve(groups);
   for (std::vector<double>* v : {&t.cx, &t.cy, &t.cz, &t.reach, &t.error}) v->reserve(groups);
   build_group(idx, 0, static_cast<int>(idx.size()), x, y, z, t);
-  // The leaf arrays padded to an even length for pairwise loads.
-  if (t.leaf.size() % 2 != 0) {
-    for (std::vector<double>* v :
-         {&t.leaf_cx, &t.leaf_cy, &t.leaf_cz, &t.leaf_reach, &t.leaf_error}) {
-      v->push_back(0.0);
-    }
+  const int leaves = add_blocks(t, 0, 0);
+  t.block_leaf.push_back(leaves);
+  for (std::vector<double>* v :
+       {&t.leaf_cx, &t.leaf_cy, &t.leaf_cz, &t.leaf_reach, &t.leaf_error}) {
+    v->push_back(0.0);
   }
   t.x.reserve(idx.size());
   t.y.reserve(idx.size());

@@ -90,9 +90,15 @@ struct AtomTree {
   std::vector<double> error;       // at least the rounding of any of its projections
   std::vector<double> ox, oy, oz;  // atoms tested without a bound
   // The leaf groups in tree order, with their centres and bounds (these
-  // five arrays padded with zeros to an even length).
+  // five arrays padded with a zero beyond the last leaf, for pairwise loads
+  // from any leaf on).
   std::vector<int> leaf;
   std::vector<double> leaf_cx, leaf_cy, leaf_cz, leaf_reach, leaf_error;
+  // The largest groups of at most kMaxBlockLeaves leaves, in tree order:
+  // block b is group block_node[b] and holds the leaves block_leaf[b] ..
+  // block_leaf[b+1]-1 (one entry more than blocks).
+  static constexpr int kMaxBlockLeaves = 64;
+  std::vector<int> block_node, block_leaf;
   int nodes() const { return static_cast<int>(cx.size()); }
 };
 

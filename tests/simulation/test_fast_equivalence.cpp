@@ -265,8 +265,9 @@ TEST(FastEquivalence, RandomMoleculesOnBothObstacles) {
   const struct {
     int atoms;
     double a, b, c;
-  } shapes[] = {{1, 8, 8, 8},      {2, 10, 3, 3},   {5, 6, 6, 6},     {40, 12, 12, 12},
-                {300, 15, 15, 15}, {300, 35, 6, 6}, {800, 20, 14, 9}, {60, 0.5, 0.5, 0.5}};
+  } shapes[] = {{1, 8, 8, 8},     {2, 10, 3, 3},       {5, 6, 6, 6},
+                {40, 12, 12, 12}, {300, 15, 15, 15},   {300, 35, 6, 6},
+                {800, 20, 14, 9}, {60, 0.5, 0.5, 0.5}, {3000, 30, 22, 16}};
   for (const auto& shape : shapes) {
     const Molecule mol = random_molecule(rng, shape.atoms, shape.a, shape.b, shape.c);
     const std::string what = std::to_string(shape.atoms) + " atoms";
@@ -703,6 +704,43 @@ TEST(FastHelpers, AtomTreeHoldsEveryAtomOnceWithinItsBounds) {
   EXPECT_EQ(leaves, (1000 + 15) / 16);
 }
 
+TEST(FastHelpers, AtomTreeBlocksAreTheLargestGroupsOfAtMost64Leaves) {
+  std::mt19937_64 rng(31);
+  for (const int atoms : {1, 17, 1000, 1024, 1025, 2100, 5000}) {
+    const Molecule mol = random_molecule(rng, atoms, 40, 25, 15);
+    const detail::AtomTree t = detail::build_atom_tree(mol.count(), mol.x, mol.y, mol.z);
+    const std::string what = std::to_string(atoms) + " atoms";
+    const int leaves = static_cast<int>(t.leaf.size());
+    ASSERT_EQ(leaves, (atoms + 15) / 16) << what;
+    // One zero beyond the last leaf, for pairwise loads.
+    for (const std::vector<double>* v :
+         {&t.leaf_cx, &t.leaf_cy, &t.leaf_cz, &t.leaf_reach, &t.leaf_error}) {
+      ASSERT_EQ(v->size(), static_cast<std::size_t>(leaves) + 1) << what;
+      EXPECT_EQ(v->back(), 0.0) << what;
+    }
+    ASSERT_EQ(t.block_leaf.size(), t.block_node.size() + 1) << what;
+    EXPECT_EQ(t.block_leaf.front(), 0) << what;
+    EXPECT_EQ(t.block_leaf.back(), leaves) << what;
+    for (std::size_t b = 0; b < t.block_node.size(); ++b) {
+      const int n = t.block_node[b];
+      const int first = t.block_leaf[b];
+      const int last = t.block_leaf[b + 1] - 1;
+      ASSERT_LE(first, last) << what;
+      EXPECT_LE(last - first + 1, detail::AtomTree::kMaxBlockLeaves) << what;
+      // The block's group holds exactly the atoms of its leaves.
+      EXPECT_EQ(t.begin[n], t.begin[t.leaf[first]]) << what << ", block " << b;
+      EXPECT_EQ(t.end[n], t.end[t.leaf[last]]) << what << ", block " << b;
+    }
+    // As few blocks as groups of at most 64 leaves allow: a single one
+    // for a tree that small, else more than one.
+    if (leaves <= detail::AtomTree::kMaxBlockLeaves) {
+      EXPECT_EQ(t.block_node.size(), 1u) << what;
+    } else {
+      EXPECT_GT(t.block_node.size(), 1u) << what;
+    }
+  }
+}
+
 TEST(FastHelpers, LowestProjectionIsTheMinimumOfTheDirectProjections) {
   std::mt19937_64 rng(41);
   Molecule mol = random_molecule(rng, 500, 20, 15, 10);
@@ -769,7 +807,7 @@ TEST(FastHelpers, LeadingContactsCountTheThresholdsAtOrAboveTheLowestProjection)
   std::mt19937_64 rng(47);
   const Sampling smp = random_angles(rng, 400);
   std::uniform_real_distribution<double> u(0.0, 1.0);
-  for (const int atoms : {1, 7, 16, 17, 300, 602}) {
+  for (const int atoms : {1, 7, 16, 17, 300, 602, 1500, 4500}) {
     Molecule mol = random_molecule(rng, atoms, 18, 14, 11);
     const detail::AtomTree t = detail::build_atom_tree(mol.count(), mol.x, mol.y, mol.z);
     detail::ContactHint carried;  // handed on from orientation to orientation
