@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Throughput of `vorn predict --medium pf1` (charged cylinder, electrostatic
-# weights) beside the steric prediction on the same generated ubiquitin
-# ensemble, JSON output, default selection, 1 and 2 threads, in one run of
-# this script: conformers per second and the ratio charged / steric at each
-# thread count.
+# weights) beside the steric predictions (the default bicelle wall and the
+# uncharged phage cylinder) on the same generated ubiquitin ensemble, JSON
+# output, default selection, 1 and 2 threads, in one run of this script:
+# conformers per second and the ratios charged / steric at each thread count.
 #
 # usage: bench/charged_throughput.sh [BUILD_DIR] [MODELS]
 #   BUILD_DIR defaults to build/release, MODELS to 1000.
@@ -22,7 +22,7 @@ rate() {  # seconds of one run -> conformers per second
 printf "%8s %10s %8s %10s %12s\n" models medium threads seconds conformers/s
 for threads in 1 2; do
   declare -A rates=()
-  for medium in phage pf1; do
+  for medium in bicelle phage pf1; do
     start=$(date +%s.%N)
     "$vorn" predict --medium "$medium" --threads "$threads" --format json -o "$work/out.json" \
       -q "$work/ensemble.pdb"
@@ -30,6 +30,7 @@ for threads in 1 2; do
     rates[$medium]=$(rate "$seconds")
     printf "%8d %10s %8d %10.2f %12s\n" "$n" "$medium" "$threads" "$seconds" "${rates[$medium]}"
   done
-  awk -v c="${rates[pf1]}" -v s="${rates[phage]}" -v t="$threads" \
-    'BEGIN { printf "ratio pf1/steric at %d threads: %.3f\n", t, (s > 0 ? c / s : 0) }'
+  awk -v c="${rates[pf1]}" -v b="${rates[bicelle]}" -v p="${rates[phage]}" -v t="$threads" \
+    'BEGIN { printf "ratio pf1/bicelle at %d threads: %.3f, pf1/phage: %.3f\n", t,
+             (b > 0 ? c / b : 0), (p > 0 ? c / p : 0) }'
 done
