@@ -12,12 +12,15 @@
 #include <set>
 #include <tuple>
 
+#include "io/coupling_formats.hpp"
 #include "io/file_text.hpp"
 #include "io/number_text.hpp"
 
 namespace vorn::io {
 namespace {
 
+using detail::shown;
+using detail::split_fields;
 using number_text::to_int;
 using number_text::to_number;
 using number_text::without_plus;
@@ -31,30 +34,6 @@ bool is_space(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0;
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
 bool is_letter(char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0; }
-
-// A token for a message: quoted, and shortened when long.
-std::string shown(std::string_view s) {
-  constexpr size_t kMaxShown = 40;
-  std::string out(1, '"');
-  out.append(s.substr(0, kMaxShown));
-  out.append(s.size() > kMaxShown ? "...\"" : "\"");
-  return out;
-}
-
-std::vector<std::string_view> split_fields(std::string_view line) {
-  std::vector<std::string_view> fields;
-  size_t i = 0;
-  while (i < line.size()) {
-    if (is_space(line[i])) {
-      ++i;
-      continue;
-    }
-    const size_t start = i;
-    while (i < line.size() && !is_space(line[i])) ++i;
-    fields.push_back(line.substr(start, i - start));
-  }
-  return fields;
-}
 
 // "52" or "52A": the number and the insertion code.
 std::optional<std::pair<int, char>> residue_number(std::string_view s) {

@@ -15,6 +15,7 @@
 
 #include "modern/axes_plot.hpp"
 #include "svg_shapes.hpp"
+#include "temp_dir_test.hpp"
 
 namespace vorn::modern {
 namespace {
@@ -29,20 +30,9 @@ constexpr double kPi = 3.14159265358979323846;
 const std::string kAxis[3] = {"#D55E00", "#009E73", "#0072B2"};
 const std::string kTint[3] = {"#ECB78C", "#8CD3C0", "#8CC0DC"};
 
-class AxesPlotTest : public ::testing::Test {
+class AxesPlotTest : public test::TempDirTest {
  protected:
-  void SetUp() override {
-    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    dir_ = fs::temp_directory_path() /
-           ("vorn_axes_" + std::to_string(::getpid()) + "_" + info->name());
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-  std::string file(const std::string& name) const { return (dir_ / name).string(); }
-
- private:
-  fs::path dir_;
+  AxesPlotTest() : TempDirTest("vorn_axes_") {}
 };
 
 TEST(SinusoidalProjection, PointsWorkedOutByHand) {

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "modern/correlation_plot.hpp"
+#include "temp_dir_test.hpp"
 
 namespace vorn::modern {
 namespace {
@@ -30,20 +31,9 @@ namespace fs = std::filesystem;
 const std::string kMarker = "\xE2\x97\x8F";
 
 // A fresh directory per test, removed afterwards.
-class CorrelationPlotTest : public ::testing::Test {
+class CorrelationPlotTest : public test::TempDirTest {
  protected:
-  void SetUp() override {
-    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    dir_ = fs::temp_directory_path() /
-           ("vorn_plot_" + std::to_string(::getpid()) + "_" + info->name());
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-  std::string file(const std::string& name) const { return (dir_ / name).string(); }
-
- private:
-  fs::path dir_;
+  CorrelationPlotTest() : TempDirTest("vorn_plot_") {}
 };
 
 std::string read_file(const std::string& path) {

@@ -22,6 +22,7 @@
 
 #include "capture.hpp"
 #include "svg_shapes.hpp"
+#include "temp_dir_test.hpp"
 #include "tensor_script_reader.hpp"
 
 namespace vorn {
@@ -55,17 +56,9 @@ struct RunResult {
 std::string quoted(const std::string& path) { return "'" + path + "'"; }
 
 // A fresh directory per test, removed afterwards.
-class PictureCommand : public ::testing::Test {
+class PictureCommand : public test::TempDirTest {
  protected:
-  void SetUp() override {
-    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    dir_ = fs::temp_directory_path() /
-           ("vorn_pictures_" + std::to_string(::getpid()) + "_" + info->name());
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-  std::string file(const std::string& name) const { return (dir_ / name).string(); }
+  PictureCommand() : TempDirTest("vorn_pictures_") {}
 
   RunResult run_vorn(const std::string& args) const {
     const std::string err_file = file("stderr.txt");
@@ -89,9 +82,6 @@ class PictureCommand : public ::testing::Test {
     if (r.status != 0) return json::object();
     return json::parse(r.out);
   }
-
- private:
-  fs::path dir_;
 };
 
 // The mean position of the atoms of model `number` of a PDB file: every

@@ -14,6 +14,7 @@
 
 #include "modern/sequence_plot.hpp"
 #include "svg_shapes.hpp"
+#include "temp_dir_test.hpp"
 
 namespace vorn::modern {
 namespace {
@@ -27,20 +28,9 @@ const std::string kBlack = "#000000";
 const std::string kBlue = "#0072B2";
 const std::string kVermillion = "#D55E00";
 
-class SequencePlotTest : public ::testing::Test {
+class SequencePlotTest : public test::TempDirTest {
  protected:
-  void SetUp() override {
-    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    dir_ = fs::temp_directory_path() /
-           ("vorn_sequence_" + std::to_string(::getpid()) + "_" + info->name());
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-  std::string file(const std::string& name) const { return (dir_ / name).string(); }
-
- private:
-  fs::path dir_;
+  SequencePlotTest() : TempDirTest("vorn_sequence_") {}
 };
 
 // N-H: 6 couplings, 3 with an error, fitted and predicted; CA-HA: 4

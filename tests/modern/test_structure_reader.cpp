@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "io/structure_reader.hpp"
+#include "temp_dir_test.hpp"
 
 // Options are written with designated initializers, leaving the other
 // members at their defaults on purpose.
@@ -187,24 +188,18 @@ std::vector<std::string> names(const Model& model) {
 }
 
 // Writes files into a directory of its own, removed after the test.
-class ReaderTest : public ::testing::Test {
+class ReaderTest : public test::TempDirTest {
  protected:
-  void SetUp() override {
-    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    dir_ = fs::temp_directory_path() /
-           ("vorn_reader_" + std::to_string(getpid()) + "_" + info->name());
-    fs::create_directories(dir_);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
+  ReaderTest() : TempDirTest("vorn_reader_") {}
 
   std::string write(const std::string& name, const std::string& text) const {
-    std::string path = (dir_ / name).string();
+    std::string path = file(name);
     std::ofstream(path, std::ios::binary) << text;
     return path;
   }
 
   std::string gzip(const std::string& name, const std::string& text) const {
-    std::string path = (dir_ / name).string();
+    std::string path = file(name);
     gzFile f = gzopen(path.c_str(), "wb");
     EXPECT_NE(f, nullptr);
     EXPECT_EQ(gzwrite(f, text.data(), static_cast<unsigned>(text.size())),
@@ -212,8 +207,6 @@ class ReaderTest : public ::testing::Test {
     gzclose(f);
     return path;
   }
-
-  fs::path dir_;
 };
 
 // The message of the InputError that `f` throws ("" when none).
@@ -631,9 +624,10 @@ TEST(ModelList, Parsing) {
 // --- errors -------------------------------------------------------------------
 
 TEST_F(ReaderTest, Errors) {
-  const std::string missing = (dir_ / "missing.pdb").string();
+  const std::string missing = file("missing.pdb");
   EXPECT_EQ(error_of([&] { StructureReader{missing}; }).rfind(missing + ": cannot open", 0), 0u);
-  EXPECT_NE(error_of([&] { StructureReader{dir_.string()}; }).find("directory"), std::string::npos);
+  EXPECT_NE(error_of([&] { StructureReader{dir().string()}; }).find("directory"),
+            std::string::npos);
 
   const std::string ok = atom(1, "N", "ALA", 'A', 1, "N");
   const std::string water = record("HETATM", 2, "O", "HOH", 'A', 2, 1, 1, 1, "O");

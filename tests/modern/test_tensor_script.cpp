@@ -13,6 +13,7 @@
 
 #include "modern/tensor_script.hpp"
 #include "svg_shapes.hpp"
+#include "temp_dir_test.hpp"
 #include "tensor_script_reader.hpp"
 #include "vorn/tensor.hpp"
 
@@ -22,20 +23,9 @@ namespace {
 namespace fs = std::filesystem;
 using test::V3;
 
-class TensorScriptTest : public ::testing::Test {
+class TensorScriptTest : public test::TempDirTest {
  protected:
-  void SetUp() override {
-    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    dir_ = fs::temp_directory_path() /
-           ("vorn_script_" + std::to_string(::getpid()) + "_" + info->name());
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-  std::string file(const std::string& name) const { return (dir_ / name).string(); }
-
- private:
-  fs::path dir_;
+  TensorScriptTest() : TempDirTest("vorn_script_") {}
 };
 
 // The rotation Rz(a) Ry(b) Rz(c); its columns are the principal axes.
