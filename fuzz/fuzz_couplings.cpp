@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "io/coupling_reader.hpp"
+#include "fuzz_coupling_checks.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
@@ -34,24 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const long lines = 1 + std::count(text.begin(), text.end(), '\n');
   try {
     const vorn::io::CouplingFile file = vorn::io::parse_couplings(text, "fuzz", options);
-    // What is handed out: at least one set, each named once and not empty,
-    // finite values, errors finite and not negative, lines within the text,
-    // and skipped lines only when asked to skip.
-    if (file.sets.empty()) __builtin_trap();
-    if (options.format && file.format != *options.format) __builtin_trap();
-    if (options.set && (file.sets.size() != 1 || file.sets[0].name != *options.set)) {
-      __builtin_trap();
-    }
-    if (file.skipped_lines < 0 || (!options.lenient && file.skipped_lines != 0)) __builtin_trap();
-    std::set<std::string> names;
-    for (const vorn::io::CouplingSet& set : file.sets) {
-      if (set.couplings.empty() || !names.insert(set.name).second) __builtin_trap();
-      for (const vorn::io::MeasuredCoupling& c : set.couplings) {
-        if (!std::isfinite(c.value_hz) || c.line < 1 || c.line > lines) __builtin_trap();
-        if (c.error_hz && (!std::isfinite(*c.error_hz) || *c.error_hz < 0.0)) __builtin_trap();
-        if (c.atom1.name.empty() || c.atom2.name.empty()) __builtin_trap();
-      }
-    }
+    check_coupling_file(file, options, lines);
   } catch (const vorn::io::InputError&) {
   }
   return 0;

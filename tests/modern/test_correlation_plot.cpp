@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "modern/correlation_plot.hpp"
+#include "svg_shapes.hpp"
 #include "temp_dir_test.hpp"
 
 namespace vorn::modern {
@@ -50,24 +51,6 @@ bool xmllint_accepts(const std::string& path) {
   return status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-void append_utf8(std::string& out, std::uint32_t cp) {
-  if (cp < 0x80) {
-    out += static_cast<char>(cp);
-  } else if (cp < 0x800) {
-    out += static_cast<char>(0xC0 | (cp >> 6));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else if (cp < 0x10000) {
-    out += static_cast<char>(0xE0 | (cp >> 12));
-    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | (cp >> 18));
-    out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  }
-}
-
 // Character data of an element's content: inner tags dropped, character and
 // the predefined entity references decoded to UTF-8.
 std::string decode_content(const std::string& xml) {
@@ -80,9 +63,9 @@ std::string decode_content(const std::string& xml) {
       const std::size_t end = xml.find(';', i);
       const std::string ref = xml.substr(i + 1, end - i - 1);
       if (ref.rfind("#x", 0) == 0) {
-        append_utf8(out, static_cast<std::uint32_t>(std::stoul(ref.substr(2), nullptr, 16)));
+        test::append_utf8(out, static_cast<std::uint32_t>(std::stoul(ref.substr(2), nullptr, 16)));
       } else if (ref.rfind('#', 0) == 0) {
-        append_utf8(out, static_cast<std::uint32_t>(std::stoul(ref.substr(1))));
+        test::append_utf8(out, static_cast<std::uint32_t>(std::stoul(ref.substr(1))));
       } else {
         static const std::map<std::string, char> named{
             {"amp", '&'}, {"lt", '<'}, {"gt", '>'}, {"quot", '"'}, {"apos", '\''}};
