@@ -54,6 +54,7 @@ json set_json(const SetFit& s, const FitSettings& settings) {
   j["models"] = s.models;
   j["n"] = s.couplings.size();
   j["unresolved"] = s.unresolved;
+  j["one_sided_skipped"] = s.one_sided_skipped;
   json tensor = tensor_json(s.fit.tensor);
   tensor["aa"] = s.fit.tensor.da;
   tensor["ar"] = s.fit.tensor.dr;
@@ -103,6 +104,8 @@ json set_json(const SetFit& s, const FitSettings& settings) {
     json o = coupling_keys(c);
     o["measured_hz"] = c.row.value_hz;
     o["error_hz"] = c.measured.error_hz ? json(*c.measured.error_hz) : json(nullptr);
+    o["error_plus_hz"] = c.measured.error_plus_hz ? json(*c.measured.error_plus_hz) : json(nullptr);
+    o["one_sided"] = c.one_sided;
     o["calculated_hz"] = s.fit.calculated_hz[i];
     o["residual_hz"] = c.row.value_hz - s.fit.calculated_hz[i];
     o["dmax_hz"] = c.row.dmax_hz;
@@ -147,7 +150,9 @@ std::string format_json(const FitResult& r, const FitSettings& s) {
                               : s.mode == FitMode::per_model ? "per-model"
                                                              : "single"},
                      {"weighted", s.weighted},
-                     {"bond_lengths", s.structure_lengths ? "structure" : "standard"},
+                     {"bond_lengths", bond_lengths_name(s.bond_lengths)},
+                     {"methylene", methylene_name(s.methylene)},
+                     {"one_sided", one_sided_name(s.one_sided)},
                      {"fix_sign", s.fix_sign},
                      {"drop_outliers", s.drop_outliers},
                      {"errors", s.errors ? method_name(*s.errors) : "none"},
@@ -216,10 +221,14 @@ std::string format_text(const FitResult& r, const FitSettings& settings) {
     std::string models;
     for (int m : s.models) models += (models.empty() ? "" : ",") + std::to_string(m);
     out += fmt::format(
-        "\nset {}, model{} {}: {} couplings fitted{}{}\n", s.set.empty() ? "-" : s.set,
+        "\nset {}, model{} {}: {} couplings fitted{}{}{}\n", s.set.empty() ? "-" : s.set,
         s.models.size() > 1 ? "s" : "", models, s.couplings.size(),
         s.fit.weighted ? " (weighted by their errors)" : "",
-        s.unresolved > 0 ? fmt::format(", {} not found and skipped", s.unresolved) : std::string());
+        s.unresolved > 0 ? fmt::format(", {} not found and skipped", s.unresolved) : std::string(),
+        s.one_sided_skipped > 0
+            ? fmt::format(", {} one-sided restraints left out (--one-sided keep fits them)",
+                          s.one_sided_skipped)
+            : std::string());
     out += "  Saupe matrix (x, y, z):\n";
     for (const auto& row : saupe_matrix(t.saupe))
       out += fmt::format("    {:13.6e} {:13.6e} {:13.6e}\n", row[0], row[1], row[2]);
