@@ -640,6 +640,7 @@ struct FitResult {
   std::vector<int> models;
   int n = 0;
   int unresolved = 0;
+  int one_sided_skipped = 0;
   AlignmentTensor tensor;
   double condition_number = 0.0;
   bool ill_conditioned = false;
@@ -672,6 +673,7 @@ FitResult convert_set(const vorn::app::SetFit& s, const vorn::app::FitResult& al
   r.models = s.models;
   r.n = static_cast<int>(s.couplings.size());
   r.unresolved = s.unresolved;
+  r.one_sided_skipped = s.one_sided_skipped;
   r.tensor = s.fit.tensor;
   r.condition_number = s.fit.condition_number;
   r.ill_conditioned = s.fit.ill_conditioned;
@@ -1080,6 +1082,8 @@ fields of `vorn fit --format json`.
       .def_readonly("n", &FitResult::n, "Number of couplings fitted.")
       .def_readonly("unresolved", &FitResult::unresolved,
                     "Couplings whose atoms were not found, skipped with lenient=True.")
+      .def_readonly("one_sided_skipped", &FitResult::one_sided_skipped,
+                    "Restraints bounded on one side only, left out with one_sided='skip'.")
       .def_readonly("tensor", &FitResult::tensor, "The fitted Tensor.")
       .def_readonly("condition_number", &FitResult::condition_number,
                     "Condition number of the scaled design matrix.")
