@@ -654,6 +654,7 @@ struct FitResult {
   int unresolved = 0;
   int built_hydrogens = 0;
   int unplaced_hydrogens = 0;
+  int one_sided_skipped = 0;
   AlignmentTensor tensor;
   double condition_number = 0.0;
   bool ill_conditioned = false;
@@ -688,6 +689,7 @@ FitResult convert_set(const vorn::app::SetFit& s, const vorn::app::FitResult& al
   r.unresolved = s.unresolved;
   r.built_hydrogens = s.built_hydrogens;
   r.unplaced_hydrogens = s.unplaced_hydrogens;
+  r.one_sided_skipped = s.one_sided_skipped;
   r.tensor = s.fit.tensor;
   r.condition_number = s.fit.condition_number;
   r.ill_conditioned = s.fit.ill_conditioned;
@@ -810,16 +812,16 @@ std::vector<FitResult> fit(
     const std::optional<std::string>& set, const std::string& mode, const py::object& types,
     bool fix_sign, bool drop_outliers, bool unweighted, bool predict, const py::object& models,
     const std::optional<std::string>& couplings_format, bool lenient,
-    const std::string& bond_lengths, const std::string& select,
-    const std::optional<std::string>& exclude, bool keep_hydrogens, const py::object& chains,
-    const std::optional<std::string>& altloc, bool hetatm, const std::optional<std::string>& format,
-    const std::string& medium, double concentration, double molar_ratio,
-    const std::optional<double>& obstacle_dimension, const std::optional<double>& atom_radius,
-    double grid_spacing, double order_parameter, const py::object& sampling,
-    const std::optional<int>& threads, const std::optional<double>& charge_density,
-    double ionic_strength, double ph, double temperature,
-    const std::optional<std::string>& potential, const std::optional<double>& obstacle_radius,
-    const py::object& charges, bool add_hydrogens) {
+    const std::string& bond_lengths, const std::string& methylene, const std::string& one_sided,
+    const std::string& select, const std::optional<std::string>& exclude, bool keep_hydrogens,
+    const py::object& chains, const std::optional<std::string>& altloc, bool hetatm,
+    const std::optional<std::string>& format, const std::string& medium, double concentration,
+    double molar_ratio, const std::optional<double>& obstacle_dimension,
+    const std::optional<double>& atom_radius, double grid_spacing, double order_parameter,
+    const py::object& sampling, const std::optional<int>& threads,
+    const std::optional<double>& charge_density, double ionic_strength, double ph,
+    double temperature, const std::optional<std::string>& potential,
+    const std::optional<double>& obstacle_radius, const py::object& charges, bool add_hydrogens) {
   vorn::app::FitSettings s;
   s.structure = path_text(structure_path);
   s.couplings = path_text(couplings_path);
@@ -834,11 +836,20 @@ std::vector<FitResult> fit(
     throw py::value_error("mode must be 'single', 'per-model' or 'ensemble' (got '" + mode + "')");
   }
   s.weighted = !unweighted;
-  if (bond_lengths != "standard" && bond_lengths != "structure") {
-    throw py::value_error("bond_lengths must be 'standard' or 'structure' (got '" + bond_lengths +
-                          "')");
+  const auto lengths = vorn::app::parse_bond_lengths(bond_lengths);
+  if (!lengths) {
+    throw py::value_error("bond_lengths must be 'standard', 'effective' or 'structure' (got '" +
+                          bond_lengths + "')");
   }
-  s.structure_lengths = bond_lengths == "structure";
+  s.bond_lengths = *lengths;
+  const auto pairs = vorn::app::parse_methylene(methylene);
+  if (!pairs) throw py::value_error("methylene must be 'sum' or 'mean' (got '" + methylene + "')");
+  s.methylene = *pairs;
+  const auto bounds = vorn::app::parse_one_sided(one_sided);
+  if (!bounds) {
+    throw py::value_error("one_sided must be 'skip' or 'keep' (got '" + one_sided + "')");
+  }
+  s.one_sided = *bounds;
   s.types = parse_types(types);
   s.fix_sign = fix_sign;
   s.drop_outliers = drop_outliers;
@@ -1096,6 +1107,8 @@ fields of `vorn fit --format json`.
       .def_readonly("unplaced_hydrogens", &FitResult::unplaced_hydrogens,
                     "Missing hydrogens that add_hydrogens=True could not place (heavy atoms "
                     "missing).")
+      .def_readonly("one_sided_skipped", &FitResult::one_sided_skipped,
+                    "Restraints bounded on one side only, left out with one_sided='skip'.")
       .def_readonly("tensor", &FitResult::tensor, "The fitted Tensor.")
       .def_readonly("condition_number", &FitResult::condition_number,
                     "Condition number of the scaled design matrix.")
@@ -1269,11 +1282,12 @@ missing or unreadable file.
         "types"_a = py::none(), "fix_sign"_a = false, "drop_outliers"_a = false,
         "unweighted"_a = false, "predict"_a = false, "models"_a = py::none(),
         "couplings_format"_a = py::none(), "lenient"_a = false, "bond_lengths"_a = "standard",
-        "select"_a = "surface", "exclude"_a = py::none(), "keep_hydrogens"_a = false,
-        "chains"_a = py::none(), "altloc"_a = py::none(), "hetatm"_a = false,
-        "format"_a = py::none(), "medium"_a = "bicelle", "concentration"_a = 0.05,
-        "molar_ratio"_a = 3.0, "obstacle_dimension"_a = py::none(), "atom_radius"_a = py::none(),
-        "grid_spacing"_a = 0.5, "order_parameter"_a = 0.8, "sampling"_a = py::make_tuple(9, 18, 18),
+        "methylene"_a = "sum", "one_sided"_a = "skip", "select"_a = "surface",
+        "exclude"_a = py::none(), "keep_hydrogens"_a = false, "chains"_a = py::none(),
+        "altloc"_a = py::none(), "hetatm"_a = false, "format"_a = py::none(),
+        "medium"_a = "bicelle", "concentration"_a = 0.05, "molar_ratio"_a = 3.0,
+        "obstacle_dimension"_a = py::none(), "atom_radius"_a = py::none(), "grid_spacing"_a = 0.5,
+        "order_parameter"_a = 0.8, "sampling"_a = py::make_tuple(9, 18, 18),
         "threads"_a = py::none(), "charge_density"_a = py::none(),
         "ionic_strength"_a = charge_defaults.ionic_strength,
         "ph"_a = vorn::app::PredictSettings{}.ph, "temperature"_a = charge_defaults.temperature,
@@ -1299,7 +1313,11 @@ add_hydrogens   place every missing hydrogen of the standard residues from
                 the heavy atoms before the couplings are resolved (`vorn fit
                 --add-hydrogens`): couplings of protons of an X-ray structure
 couplings_format, lenient reading of the couplings, as in read_couplings
-bond_lengths    "standard" or "structure"
+bond_lengths    "standard", "effective" (N-H 1.041 A) or "structure"
+methylene       "sum" or "mean" of the two couplings of a two-proton
+                pseudo-atom (CB-HB#)
+one_sided       "skip" or "keep" the X-PLOR restraints bounded on one side
+                only (error columns 0 100 or 100 0)
 medium ... charges        the model of predict=True, as in predict
 
 Raises FileNotFoundError/OSError for a missing file, ValueError for bad

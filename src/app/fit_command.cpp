@@ -98,9 +98,11 @@ std::string methyl_partner(const std::string& residue, const std::string& carbon
 }
 
 // A methyl coupling given on the methyl group's symmetry axis: the methyl
-// carbon first, then the heavy atom it is bonded to, in one residue. The
-// fast rotation scales the C-H coupling of each proton onto the axis by
-// P2(cos 109.47 deg) = -1/3.
+// carbon first, then the heavy atom it is bonded to, in one residue. Its
+// value is that of a C-H bond along the axis: the fast rotation scales it
+// by P2(cos 109.47 deg) = -1/3 into the C-H coupling of each proton, so a
+// measured methyl C-H coupling is given as -3 times its value (as the
+// deposited 2MJB restraints are).
 bool is_methyl_axis(const io::MeasuredCoupling& c, const std::string& residue_name) {
   return c.atom1.residue == c.atom2.residue &&
          methyl_partner(residue_name, c.atom1.name) == c.atom2.name;
@@ -134,8 +136,10 @@ std::string describe(const io::CouplingAtom& a) {
 }
 
 // The design row of a coupling in one model, averaged over the atom pairs
-// a pseudo-atom stands for. False when an atom is missing.
-bool design_in_model(const ModelIndex& index, const io::MeasuredCoupling& c, bool structure_lengths,
+// a pseudo-atom stands for (summed over the two of a methylene with
+// Methylene::sum; dmax is then the sum of their constants). False when an
+// atom is missing.
+bool design_in_model(const ModelIndex& index, const io::MeasuredCoupling& c, const FitSettings& s,
                      const std::string& where, DesignRow& row, double& dmax, double& r) {
   const auto* res1 = index.residue(c.atom1.chain, c.atom1.residue, where);
   const auto* res2 = index.residue(c.atom2.chain, c.atom2.residue, where);
@@ -157,11 +161,14 @@ bool design_in_model(const ModelIndex& index, const io::MeasuredCoupling& c, boo
   std::string earlier = plain(first[0]->name);
   std::string later = plain(second[0]->name);
   if (step < 0) std::swap(earlier, later);
-  const std::optional<double> standard = structure_lengths || std::abs(step) > 1
-                                             ? std::nullopt
-                                             : standard_length(earlier, later, std::abs(step) == 1);
+  std::optional<double> standard;
+  if (std::abs(step) <= 1 && s.bond_lengths == BondLengths::standard)
+    standard = standard_length(earlier, later, std::abs(step) == 1);
+  if (std::abs(step) <= 1 && s.bond_lengths == BondLengths::effective)
+    standard = effective_length(earlier, later, std::abs(step) == 1);
   row = {};
   int pairs = 0;
+  double dmax_sum = 0.0;
   for (const Atom* a : first) {
     for (const Atom* b : second) {
       const double length = standard ? *standard : distance(a->position, b->position);
@@ -179,8 +186,14 @@ bool design_in_model(const ModelIndex& index, const io::MeasuredCoupling& c, boo
         dmax = d;
         r = length;
       }
+      dmax_sum += d;
       ++pairs;
     }
+  }
+  const bool methylene = pairs == 2 && (is_pseudo(c.atom1.name) || is_pseudo(c.atom2.name));
+  if (methylene && s.methylene == Methylene::sum) {
+    dmax = dmax_sum;
+    return true;
   }
   for (double& x : row) x /= pairs;
   return true;
@@ -333,7 +346,9 @@ void add_model(Group& g, const io::Model& model, const io::CouplingFile& file, c
         if (!r.residue_name1.empty() && is_methyl_axis(m, r.residue_name1)) r.type = "methyl";
         r.row.type = r.type;
         r.row.value_hz = m.value_hz;
-        r.row.error_hz = m.error_hz.value_or(0.0);
+        // A bound's open side is not an error.
+        r.one_sided = is_one_sided(m);
+        r.row.error_hz = r.one_sided ? 0.0 : m.error_hz.value_or(0.0);
         g.sets[k].push_back(std::move(r));
       }
       g.present[k].assign(g.sets[k].size(), true);
@@ -345,7 +360,7 @@ void add_model(Group& g, const io::Model& model, const io::CouplingFile& file, c
       const std::string where = s.couplings + ":" + std::to_string(r.measured.line);
       DesignRow row{};
       double dmax = 0.0, length = 0.0;
-      if (!design_in_model(index, r.measured, s.structure_lengths, where, row, dmax, length)) {
+      if (!design_in_model(index, r.measured, s, where, row, dmax, length)) {
         if (!s.coupling_read.lenient) {
           const bool no_protons =
               (names_proton(r.measured.atom1.name) || names_proton(r.measured.atom2.name)) &&
@@ -394,6 +409,10 @@ void finish_group(Group& g, const io::CouplingFile& file, const FitSettings& s, 
       if (!s.types.empty() && std::find(s.types.begin(), s.types.end(), r.type) == s.types.end()) {
         continue;
       }
+      if (r.one_sided && s.one_sided == OneSided::skip) {
+        ++set.one_sided_skipped;
+        continue;
+      }
       for (double& x : r.row.design) x /= n;
       set.couplings.push_back(std::move(r));
     }
@@ -432,6 +451,56 @@ std::optional<double> standard_length(const std::string& a, const std::string& b
     if (heavy[0] == 'C') return 1.09;
     if (heavy[0] == 'N') return 1.02;
   }
+  return std::nullopt;
+}
+
+std::optional<double> effective_length(const std::string& a, const std::string& b, bool previous) {
+  const std::optional<double> standard = standard_length(a, b, previous);
+  const bool nh =
+      !a.empty() && !b.empty() && ((a[0] == 'N' && b[0] == 'H') || (a[0] == 'H' && b[0] == 'N'));
+  if (standard && !previous && nh) return kEffectiveNHLength;
+  return standard;
+}
+
+bool is_one_sided(const io::MeasuredCoupling& c) {
+  if (!c.error_hz || !c.error_plus_hz) return false;
+  const double minus = *c.error_hz;
+  const double plus = *c.error_plus_hz;
+  const double open = std::max(minus, plus);
+  return std::min(minus, plus) == 0.0 && open > 0.0 && open >= std::fabs(c.value_hz);
+}
+
+const char* bond_lengths_name(BondLengths b) {
+  switch (b) {
+    case BondLengths::effective:
+      return "effective";
+    case BondLengths::structure:
+      return "structure";
+    case BondLengths::standard:
+      break;
+  }
+  return "standard";
+}
+
+const char* methylene_name(Methylene m) { return m == Methylene::sum ? "sum" : "mean"; }
+
+const char* one_sided_name(OneSided o) { return o == OneSided::skip ? "skip" : "keep"; }
+
+std::optional<BondLengths> parse_bond_lengths(const std::string& name) {
+  for (BondLengths b : {BondLengths::standard, BondLengths::effective, BondLengths::structure})
+    if (name == bond_lengths_name(b)) return b;
+  return std::nullopt;
+}
+
+std::optional<Methylene> parse_methylene(const std::string& name) {
+  for (Methylene m : {Methylene::sum, Methylene::mean})
+    if (name == methylene_name(m)) return m;
+  return std::nullopt;
+}
+
+std::optional<OneSided> parse_one_sided(const std::string& name) {
+  for (OneSided o : {OneSided::skip, OneSided::keep})
+    if (name == one_sided_name(o)) return o;
   return std::nullopt;
 }
 

@@ -379,8 +379,10 @@ class AssignParser {
       if (*error < 0.0) fail("error " + here() + " is negative, expected a value >= 0 (Hz)");
       c.error_hz = *error;
       ++i_;
-      if (number_here()) {
-        ++i_;  // a second error bound: not kept
+      if (const auto plus = number_here()) {
+        if (*plus < 0.0) fail("error " + here() + " is negative, expected a value >= 0 (Hz)");
+        c.error_plus_hz = *plus;
+        ++i_;
         if (number_here()) {
           fail("found a fourth number " + here() +
                " after the selections, expected the value and at most two error columns");

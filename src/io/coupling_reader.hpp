@@ -16,24 +16,24 @@
 //
 // xplor    "assign" statements (any case, abbreviated down to "assi") of six
 //          parenthesised selections, the value, then one or two optional
-//          numbers. The first number after the value is the error (error_hz);
-//          the second, a second error bound of some potentials, is read and
-//          dropped; a third number is an error. The first four selections
-//          are the tensor axis atoms (OO, Z, X, Y) and must name one residue:
-//          its number names the set ("500"). The fifth and sixth select the
-//          coupled atoms with "resid N and name X [and segid S]" in any order
-//          (keywords in any case, "resi" and "segi" accepted, redundant inner
-//          parentheses allowed); the segid, quoted or not and trimmed, is the
-//          chain. Statements may span lines; a coupling carries the line of
-//          its "assign". Comments: "!" to the end of the line, "#" to the end
-//          of the line where it starts a word (inside a word, as in "HB#", it
-//          is part of the name), and "{ ... }" blocks (nested braces
-//          counted); none of them inside double quotes. Everything outside
-//          assign statements (set ... end, sani/dipo headers, nres=, class,
-//          force, potential, coefficients, end) is skipped. Atom names are
-//          upper-cased and the unambiguous X-PLOR names mapped to PDB ones:
-//          HN -> H, OT1 -> O, OT2 -> OXT. Pseudo-atoms (HB#, HG2#, QB, HB*)
-//          are kept as written.
+//          numbers: the error (error_hz), and the second error column of the
+//          potentials that bound the coupling to value - error .. value +
+//          error_plus (error_plus_hz); a third number is an error. The first
+//          four selections are the tensor axis atoms (OO, Z, X, Y) and must
+//          name one residue: its number names the set ("500"). The fifth and
+//          sixth select the coupled atoms with "resid N and name X
+//          [and segid S]" in any order (keywords in any case, "resi" and
+//          "segi" accepted, redundant inner parentheses allowed); the segid,
+//          quoted or not and trimmed, is the chain. Statements may span
+//          lines; a coupling carries the line of its "assign". Comments: "!"
+//          to the end of the line, "#" to the end of the line where it starts
+//          a word (inside a word, as in "HB#", it is part of the name), and
+//          "{ ... }" blocks (nested braces counted); none of them inside
+//          double quotes. Everything outside assign statements (set ... end,
+//          sani/dipo headers, nres=, class, force, potential, coefficients,
+//          end) is skipped. Atom names are upper-cased and the unambiguous
+//          X-PLOR names mapped to PDB ones: HN -> H, OT1 -> O, OT2 -> OXT.
+//          Pseudo-atoms (HB#, HG2#, QB, HB*) are kept as written.
 //
 // table    One coupling per line: "chain1 res1 atom1 chain2 res2 atom2 value
 //          [error]", white-space separated. A chain of "-" or "." means none
@@ -98,8 +98,9 @@ struct CouplingAtom {
 struct MeasuredCoupling {
   CouplingAtom atom1, atom2;
   double value_hz = 0.0;
-  std::optional<double> error_hz;  // absent when the file gives none
-  long line = 0;                   // line in the file (of the "assign" for X-PLOR)
+  std::optional<double> error_hz;       // absent when the file gives none
+  std::optional<double> error_plus_hz;  // X-PLOR's second error column, when given
+  long line = 0;                        // line in the file (of the "assign" for X-PLOR)
 };
 
 // The couplings of one alignment medium. name: the tensor residue number of

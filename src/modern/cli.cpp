@@ -453,7 +453,10 @@ int run_cli(int argc, char** argv, const CommandRunners& runners, const FrontEnd
 
   FitSettings fit_settings;
   OptionText fit_text;
-  std::string couplings_format, set, errors = "none", bond_lengths = "standard";
+  std::string couplings_format, set, errors = "none";
+  std::string bond_lengths = bond_lengths_name(fit_settings.bond_lengths);
+  std::string methylene = methylene_name(fit_settings.methylene);
+  std::string one_sided = one_sided_name(fit_settings.one_sided);
   bool per_model = false, ensemble = false, unweighted = false;
   CLI::App* fit = app.add_subcommand(
       "fit", "Fit the alignment tensor to measured couplings, with quality and error bars");
@@ -484,9 +487,23 @@ int run_cli(int argc, char** argv, const CommandRunners& runners, const FrontEnd
                   "coupling types to fit, e.g. N-H,CA-HA,CA-C,C-N,C-HN (default: all)")
       ->group(couplings_group)
       ->delimiter(',');
-  fit->add_option("--bond-lengths", bond_lengths, "standard or structure")
+  fit->add_option("--bond-lengths", bond_lengths,
+                  "r of Dmax: standard (equilibrium), effective (N-H 1.041 A, the rest "
+                  "standard) or structure")
       ->group(couplings_group)
-      ->check(CLI::IsMember({"standard", "structure"}))
+      ->check(CLI::IsMember({"standard", "effective", "structure"}))
+      ->capture_default_str();
+  fit->add_option("--methylene", methylene,
+                  "a coupling to two protons of a pseudo-atom (CB-HB#): the sum or the mean of "
+                  "the two couplings")
+      ->group(couplings_group)
+      ->check(CLI::IsMember({"sum", "mean"}))
+      ->capture_default_str();
+  fit->add_option("--one-sided", one_sided,
+                  "X-PLOR restraints bounded on one side only (error columns 0 100 or 100 0): "
+                  "skip them, or keep them as values")
+      ->group(couplings_group)
+      ->check(CLI::IsMember({"skip", "keep"}))
       ->capture_default_str();
   const char* fit_group = "Fit";
   auto* per_model_flag =
@@ -540,7 +557,9 @@ int run_cli(int argc, char** argv, const CommandRunners& runners, const FrontEnd
                           : ensemble ? FitMode::ensemble
                                      : FitMode::single;
       fit_settings.weighted = !unweighted;
-      fit_settings.structure_lengths = bond_lengths == "structure";
+      fit_settings.bond_lengths = *parse_bond_lengths(bond_lengths);
+      fit_settings.methylene = *parse_methylene(methylene);
+      fit_settings.one_sided = *parse_one_sided(one_sided);
       if (errors == "montecarlo") fit_settings.errors = ErrorMethod::monte_carlo;
       if (errors == "bootstrap") fit_settings.errors = ErrorMethod::bootstrap;
       if (!couplings_format.empty()) {

@@ -58,6 +58,7 @@ json set_json(const SetFit& s, const FitSettings& settings) {
   j["unresolved"] = s.unresolved;
   j["built_hydrogens"] = s.built_hydrogens;
   j["unplaced_hydrogens"] = s.unplaced_hydrogens;
+  j["one_sided_skipped"] = s.one_sided_skipped;
   json tensor = tensor_json(s.fit.tensor);
   tensor["aa"] = s.fit.tensor.da;
   tensor["ar"] = s.fit.tensor.dr;
@@ -107,6 +108,8 @@ json set_json(const SetFit& s, const FitSettings& settings) {
     json o = coupling_keys(c);
     o["measured_hz"] = c.row.value_hz;
     o["error_hz"] = c.measured.error_hz ? json(*c.measured.error_hz) : json(nullptr);
+    o["error_plus_hz"] = c.measured.error_plus_hz ? json(*c.measured.error_plus_hz) : json(nullptr);
+    o["one_sided"] = c.one_sided;
     o["calculated_hz"] = s.fit.calculated_hz[i];
     o["residual_hz"] = c.row.value_hz - s.fit.calculated_hz[i];
     o["dmax_hz"] = c.row.dmax_hz;
@@ -151,7 +154,9 @@ std::string format_json(const FitResult& r, const FitSettings& s) {
                               : s.mode == FitMode::per_model ? "per-model"
                                                              : "single"},
                      {"weighted", s.weighted},
-                     {"bond_lengths", s.structure_lengths ? "structure" : "standard"},
+                     {"bond_lengths", bond_lengths_name(s.bond_lengths)},
+                     {"methylene", methylene_name(s.methylene)},
+                     {"one_sided", one_sided_name(s.one_sided)},
                      {"add_hydrogens", s.common.add_hydrogens},
                      {"fix_sign", s.fix_sign},
                      {"drop_outliers", s.drop_outliers},
@@ -221,10 +226,14 @@ std::string format_text(const FitResult& r, const FitSettings& settings) {
     std::string models;
     for (int m : s.models) models += (models.empty() ? "" : ",") + std::to_string(m);
     out += fmt::format(
-        "\nset {}, model{} {}: {} couplings fitted{}{}\n", s.set.empty() ? "-" : s.set,
+        "\nset {}, model{} {}: {} couplings fitted{}{}{}\n", s.set.empty() ? "-" : s.set,
         s.models.size() > 1 ? "s" : "", models, s.couplings.size(),
         s.fit.weighted ? " (weighted by their errors)" : "",
-        s.unresolved > 0 ? fmt::format(", {} not found and skipped", s.unresolved) : std::string());
+        s.unresolved > 0 ? fmt::format(", {} not found and skipped", s.unresolved) : std::string(),
+        s.one_sided_skipped > 0
+            ? fmt::format(", {} one-sided restraints left out (--one-sided keep fits them)",
+                          s.one_sided_skipped)
+            : std::string());
     if (settings.common.add_hydrogens) {
       out += fmt::format(
           "  hydrogens placed from the heavy atoms (--add-hydrogens): {}{}\n", s.built_hydrogens,

@@ -361,17 +361,20 @@ TEST(XplorCouplings, StatementsAcrossLinesCommentsAndAbbreviations) {
   expect_atom(a[0].atom1, "A", 2, "N");
   expect_atom(a[0].atom2, "A", 2, "H");  // HN -> H, case folded
   EXPECT_DOUBLE_EQ(a[0].value_hz, -8.17);
-  EXPECT_DOUBLE_EQ(a[0].error_hz.value_or(-1.0), 0.5);  // the first error column
+  EXPECT_DOUBLE_EQ(a[0].error_hz.value_or(-1.0), 0.5);       // the first error column
+  EXPECT_DOUBLE_EQ(a[0].error_plus_hz.value_or(-1.0), 0.7);  // and the second
   EXPECT_EQ(a[0].line, 8);
   expect_atom(a[1].atom1, "", 3, "C");
   expect_atom(a[1].atom2, "", 4, "O");  // OT1 -> O
   EXPECT_DOUBLE_EQ(a[1].value_hz, 1.5);
   EXPECT_FALSE(a[1].error_hz.has_value());
+  EXPECT_FALSE(a[1].error_plus_hz.has_value());
   EXPECT_EQ(a[1].line, 12);
   expect_atom(a[2].atom1, "", 5, "C");
   expect_atom(a[2].atom2, "", 5, "OXT");  // OT2 -> OXT
   EXPECT_DOUBLE_EQ(a[2].value_hz, -0.2);
   EXPECT_DOUBLE_EQ(a[2].error_hz.value_or(-1.0), 0.3);
+  EXPECT_FALSE(a[2].error_plus_hz.has_value());
   EXPECT_EQ(a[2].line, 22);
 
   const auto& b = file.sets[1].couplings;
@@ -480,6 +483,9 @@ TEST(XplorCouplings, ErrorsNameTheLineOfTheAssign) {
   e = error_of("assign " + tensor(500) + " (resid 2 and name N) (resid 2 and name H) 1 -2\n",
                xplor);
   EXPECT_TRUE(contains(e, "t.txt:1: assign statement: error \"-2\" is negative")) << e;
+  e = error_of("assign " + tensor(500) + " (resid 2 and name N) (resid 2 and name H) 1 0 -3\n",
+               xplor);
+  EXPECT_TRUE(contains(e, "t.txt:1: assign statement: error \"-3\" is negative")) << e;
   // A selection that is not "resid and name".
   e = error_of("assign " + tensor(500) + " (resid 2 or name N) (resid 2 and name H) 1.0\n", xplor);
   EXPECT_TRUE(contains(e,
@@ -641,12 +647,17 @@ TEST(XplorCouplings, Real2mjbFile) {
     long line;
     Atom atom1, atom2;
     double value;
+    double error_plus;  // the second error column
   };
   const Expected expected[] = {
-      {0, 0, 2, {2, "N"}, {2, "H"}, -8.17},      {0, 484, 4309, {70, "CG2"}, {70, "CB"}, 8.206},
-      {1, 0, 4318, {2, "N"}, {2, "H"}, -15.524}, {1, 450, 8427, {70, "CG2"}, {70, "CB"}, 10.962},
-      {2, 0, 8436, {4, "N"}, {4, "H"}, -3.07},   {2, 237, 9862, {71, "CA"}, {71, "HA"}, 50.01},
-      {3, 0, 9871, {2, "N"}, {2, "H"}, -11.822}, {3, 111, 10538, {71, "CA"}, {71, "HA"}, 49.85848},
+      {0, 0, 2, {2, "N"}, {2, "H"}, -8.17, 0.0},
+      {0, 484, 4309, {70, "CG2"}, {70, "CB"}, 8.206, 100.0},
+      {1, 0, 4318, {2, "N"}, {2, "H"}, -15.524, 0.0},
+      {1, 450, 8427, {70, "CG2"}, {70, "CB"}, 10.962, 100.0},
+      {2, 0, 8436, {4, "N"}, {4, "H"}, -3.07, 0.0},
+      {2, 237, 9862, {71, "CA"}, {71, "HA"}, 50.01, 0.0},
+      {3, 0, 9871, {2, "N"}, {2, "H"}, -11.822, 0.0},
+      {3, 111, 10538, {71, "CA"}, {71, "HA"}, 49.85848, 0.0},
   };
   for (const Expected& x : expected) {
     SCOPED_TRACE("set " + file.sets[x.set].name + " line " + std::to_string(x.line));
@@ -656,6 +667,7 @@ TEST(XplorCouplings, Real2mjbFile) {
     expect_atom(c.atom2, "", x.atom2.residue, x.atom2.name);
     EXPECT_DOUBLE_EQ(c.value_hz, x.value);
     EXPECT_DOUBLE_EQ(c.error_hz.value_or(-1.0), 0.0);
+    EXPECT_DOUBLE_EQ(c.error_plus_hz.value_or(-1.0), x.error_plus);
   }
 
   // Line 510: HN of 2 to C of 1, 1.6080; line 3059: CE-SD of 1, -21.6620
@@ -678,6 +690,14 @@ TEST(XplorCouplings, Real2mjbFile) {
   expect_atom(ce_sd->atom2, "", 1, "SD");
   EXPECT_DOUBLE_EQ(ce_sd->value_hz, -21.662);
   EXPECT_DOUBLE_EQ(ce_sd->error_hz.value_or(-1.0), 100.0);
+  EXPECT_DOUBLE_EQ(ce_sd->error_plus_hz.value_or(-1.0), 0.0);
+  // Line 3183: CB-HB# of 8, 10.5070 with "0.0000 100.0000": a lower bound.
+  const MeasuredCoupling* hb = at_line(3183);
+  ASSERT_NE(hb, nullptr);
+  expect_atom(hb->atom2, "", 8, "HB#");
+  EXPECT_DOUBLE_EQ(hb->value_hz, 10.507);
+  EXPECT_DOUBLE_EQ(hb->error_hz.value_or(-1.0), 0.0);
+  EXPECT_DOUBLE_EQ(hb->error_plus_hz.value_or(-1.0), 100.0);
 
   // The commented-out statements are absent: the glycine HA# couplings in
   // braces, and CA-CB of 71 and 72 behind "!".

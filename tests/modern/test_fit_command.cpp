@@ -1148,5 +1148,299 @@ TEST(FitCommand, HandMadeXplorSetIsWeightedByItsErrors) {
   EXPECT_NE(ws["tensor"]["saupe"], us["tensor"]["saupe"]);
 }
 
+// ---------------------------------------------------------------------------
+// Conventions: bond lengths, methylene pseudo-atoms, one-sided restraints.
+
+const std::string kPdb2mjb = data_path("structures/ubq_2mjb_m1.pdb");
+
+Real figure(const json& quality, const char* name) { return quality.at(name).get<double>(); }
+
+// --bond-lengths effective: the N-H constants at 1.041 A instead of 1.02 A,
+// (1.02/1.041)^3 of the standard ones; every other coupling as before; the
+// fit is the least-squares solution with those constants.
+TEST(FitCommand, EffectiveLengthsScaleTheNHConstant) {
+  const json standard = fit_json(quoted(kCif) + " " + quoted(kDc));
+  const json effective = fit_json("--bond-lengths effective " + quoted(kCif) + " " + quoted(kDc));
+  EXPECT_EQ(standard.at("settings").at("bond_lengths"), "standard");
+  EXPECT_EQ(effective.at("settings").at("bond_lengths"), "effective");
+  const Model& model = ubiquitin_models().at(0);
+  const std::vector<ClassicCoupling> couplings = read_classic(kDc);
+  const json& standard_rows = standard["sets"][0].at("couplings");
+  const json& effective_rows = effective["sets"][0].at("couplings");
+  ASSERT_EQ(standard_rows.size(), couplings.size());
+  ASSERT_EQ(effective_rows.size(), couplings.size());
+  const Real nh_scale = powl(1.02L / 1.041L, 3);
+  std::vector<Row> a;
+  std::vector<Real> b;
+  for (size_t i = 0; i < couplings.size(); ++i) {
+    const ClassicCoupling& c = couplings[i];
+    SCOPED_TRACE(std::to_string(c.residue) + " type " + std::to_string(c.type));
+    const Real scale = c.type == 0 ? nh_scale : 1.0L;
+    Row d = classic_design(model, c);
+    for (Real& x : d) x *= scale;
+    a.push_back(d);
+    b.push_back(c.value);
+    EXPECT_NEAR(effective_rows[i].at("dmax_hz").get<double>() /
+                    standard_rows[i].at("dmax_hz").get<double>(),
+                static_cast<double>(scale), 1e-12);
+    EXPECT_NEAR(effective_rows[i].at("distance").get<double>(),
+                c.type == 0 ? 1.041 : static_cast<double>(pair_of(c).distance), 1e-12);
+  }
+  expect_same_elements(saupe_of(effective["sets"][0]), least_squares(a, b), 1e-9L,
+                       "effective lengths");
+
+  // The backbone data of 1d3z model 1: Q(Da) is 0.066 with the standard
+  // lengths; the effective N-H length moves Q and Q(Da) by less than 0.005
+  // overall, and brings the N-H couplings closer (N-H Q 0.099 -> 0.063).
+  const json& qs = standard["sets"][0].at("quality");
+  const json& qe = effective["sets"][0].at("quality");
+  EXPECT_NEAR(figure(qs, "q"), 0.104, 0.002);
+  EXPECT_NEAR(figure(qs, "q_da"), 0.066, 0.002);
+  EXPECT_NEAR(figure(qe, "q"), 0.101, 0.002);
+  EXPECT_NEAR(figure(qe, "q_da"), 0.064, 0.002);
+  EXPECT_LT(fabsl(figure(qe, "q") - figure(qs, "q")), 0.005L);
+  const json& nh_s = qs.at("per_type").at("N-H");
+  const json& nh_e = qe.at("per_type").at("N-H");
+  EXPECT_NEAR(figure(nh_s, "q"), 0.099, 0.002);
+  EXPECT_NEAR(figure(nh_e, "q"), 0.063, 0.002);
+  EXPECT_LT(figure(nh_e, "q"), figure(nh_s, "q"));
+  std::printf(
+      "1d3z m1, 305 couplings: Q %.4f, Q(Da) %.4f (standard); Q %.4f, Q(Da) %.4f (effective)\n",
+      static_cast<double>(figure(qs, "q")), static_cast<double>(figure(qs, "q_da")),
+      static_cast<double>(figure(qe, "q")), static_cast<double>(figure(qe, "q_da")));
+}
+
+// A coupling to a pseudo-atom of two protons is the sum of their couplings
+// with --methylene sum (the default) and the mean with --methylene mean; a
+// methyl's three protons are averaged either way.
+TEST(FitCommand, MethyleneSumIsTwiceTheMean) {
+  const Model& m = ubiquitin_models().at(0);
+  std::vector<HandCoupling> hand = hand_couplings();
+  hand.push_back({"A", 8, "CB", 8, "HB#", {"HB2", "HB3"}, "CB-HB#", false, 1.09L});
+  hand.push_back({"A", 1, "CG", 1, "HG#", {"HG2", "HG3"}, "CG-HG#", false, 1.09L});
+  hand.push_back({"-", 10, "CA", 10, "HA#", {"HA2", "HA3"}, "CA-HA#", false, 1.09L});
+  hand.push_back({"A", 63, "CB", 63, "HB#", {"HB2", "HB3"}, "CB-HB#", false, 1.09L});
+  const auto design_of = [&](const HandCoupling& c, bool sum) {
+    Row d = hand_design(m, c);
+    if (sum && c.protons2.size() == 2)
+      for (Real& x : d) x *= 2;
+    return d;
+  };
+  // Values: exactly those of a known tensor with the methylene couplings
+  // summed.
+  const Elements truth = fit_classic(read_classic(kDc), {&m});
+  const std::string path = temp_path("methylene.tbl");
+  std::vector<Real> values;
+  {
+    std::ofstream f(path);
+    for (const HandCoupling& c : hand) {
+      values.push_back(dot(design_of(c, true), truth));
+      char line[200];
+      std::snprintf(line, sizeof line, "%s %d %s %s %d %s %.15Lg\n", c.chain.c_str(), c.res1,
+                    c.atom1.c_str(), c.chain.c_str(), c.res2, c.atom2.c_str(), values.back());
+      f << line;
+    }
+  }
+  const json sum = fit_json(quoted(kCif) + " " + quoted(path));
+  const json mean = fit_json("--methylene mean " + quoted(kCif) + " " + quoted(path));
+  fs::remove(path);
+  EXPECT_EQ(sum.at("settings").at("methylene"), "sum");
+  EXPECT_EQ(mean.at("settings").at("methylene"), "mean");
+  const json& s = sum["sets"][0];
+  const json& a = mean["sets"][0];
+  ASSERT_EQ(s.at("couplings").size(), hand.size());
+  ASSERT_EQ(a.at("couplings").size(), hand.size());
+  // The sum reproduces the tensor the values came from; the mean is the
+  // least-squares solution with half the methylene rows.
+  expect_same_elements(saupe_of(s), truth, 1e-9L, "methylene sum");
+  std::vector<Row> rows;
+  for (const HandCoupling& c : hand) rows.push_back(design_of(c, false));
+  expect_same_elements(saupe_of(a), least_squares(rows, values), 1e-9L, "methylene mean");
+
+  const Real dmax_ch = dmax_hz("C", "H", 1.09L);
+  int methylenes = 0;
+  for (size_t i = 0; i < hand.size(); ++i) {
+    const HandCoupling& c = hand[i];
+    SCOPED_TRACE(c.atom1 + " " + std::to_string(c.res1) + " " + c.atom2);
+    const bool two = c.protons2.size() == 2;
+    methylenes += two;
+    const json& rs = s["couplings"][i];
+    const json& ra = a["couplings"][i];
+    EXPECT_EQ(rs.at("type"), c.type);
+    // The row doubles, and so does its constant.
+    EXPECT_NEAR(rs.at("dmax_hz").get<double>() / ra.at("dmax_hz").get<double>(), two ? 2.0 : 1.0,
+                1e-12);
+    if (two) {
+      EXPECT_NEAR(rs["dmax_hz"].get<double>(), static_cast<double>(2 * dmax_ch), 1e-6);
+    }
+    const Real calc_sum = dot(design_of(c, true), saupe_of(s));
+    const Real calc_mean = dot(design_of(c, false), saupe_of(a));
+    EXPECT_NEAR(rs.at("calculated_hz").get<double>(), static_cast<double>(calc_sum),
+                1e-9 * (fabsl(calc_sum) + 1e-3));
+    EXPECT_NEAR(ra.at("calculated_hz").get<double>(), static_cast<double>(calc_mean),
+                1e-9 * (fabsl(calc_mean) + 1e-3));
+  }
+  EXPECT_EQ(methylenes, 4);
+}
+
+// X-PLOR restraints with the error columns "0 100" or "100 0" bound their
+// coupling on one side only: left out by default, fitted as values without
+// an error with --one-sided keep. Symmetric or narrow error columns are
+// errors as before.
+TEST(FitCommand, OneSidedRestraints) {
+  const Model& m = ubiquitin_models().at(0);
+  std::vector<HandCoupling> hand = hand_couplings();
+  hand.resize(27);  // the N-H and CA-HA couplings
+  const Elements truth = fit_classic(read_classic(kDc), {&m});
+  const std::string path = temp_path("bounds.mr");
+  std::vector<Row> a;
+  std::vector<Real> b;
+  std::set<size_t> bounded = {3, 9, 16, 22};
+  {
+    std::ofstream f(path);
+    for (size_t k = 0; k < hand.size(); ++k) {
+      const HandCoupling& c = hand[k];
+      const Row d = hand_design(m, c);
+      const Real exact = dot(d, truth);
+      // A bound at half the coupling: met by the tensor, but not its value.
+      const bool one_sided = bounded.count(k) > 0;
+      const Real value = one_sided ? exact / 2 : exact;
+      const char* columns = !one_sided  ? (k == 5 ? "0.3 0.6" : "0.5 0.5")
+                            : value > 0 ? "0 100"
+                                        : "100 0";
+      char numbers[80];
+      std::snprintf(numbers, sizeof numbers, "%.12Lf %s", value, columns);
+      const std::string xplor_name = c.atom2 == "H" ? "HN" : c.atom2;
+      f << "assign ( resid 600 and name OO )\n       ( resid 600 and name Z )\n"
+        << "       ( resid 600 and name X )\n       ( resid 600 and name Y )\n"
+        << "       ( resid " << c.res1 << " and name " << c.atom1 << " )\n"
+        << "       ( resid " << c.res2 << " and name " << xplor_name << " ) " << numbers << "\n";
+      a.push_back(d);
+      b.push_back(std::stold(std::string(numbers)));
+    }
+  }
+  const json skip = fit_json(quoted(kCif) + " " + quoted(path));
+  const json keep = fit_json("--one-sided keep " + quoted(kCif) + " " + quoted(path));
+  const RunResult text = run_vorn("fit " + quoted(kCif) + " " + quoted(path));
+  fs::remove(path);
+  EXPECT_EQ(skip.at("settings").at("one_sided"), "skip");
+  EXPECT_EQ(keep.at("settings").at("one_sided"), "keep");
+  const json& s = skip["sets"][0];
+  const json& k = keep["sets"][0];
+
+  // Left out: the exact values give back the tensor, weighted by their
+  // errors.
+  EXPECT_EQ(s.at("n").get<size_t>(), hand.size() - bounded.size());
+  EXPECT_EQ(s.at("one_sided_skipped").get<size_t>(), bounded.size());
+  EXPECT_TRUE(s.at("weighted").get<bool>());
+  expect_same_elements(saupe_of(s), truth, 1e-9L, "one-sided left out");
+  for (const json& c : s.at("couplings")) EXPECT_FALSE(c.at("one_sided").get<bool>());
+  EXPECT_NE(text.out.find("4 one-sided restraints left out (--one-sided keep fits them)"),
+            std::string::npos)
+      << text.out;
+
+  // Kept: the bounds are fitted as values, and with no error the fit is
+  // unweighted: the plain least-squares solution of every row.
+  EXPECT_EQ(k.at("n").get<size_t>(), hand.size());
+  EXPECT_EQ(k.at("one_sided_skipped").get<size_t>(), 0u);
+  EXPECT_FALSE(k.at("weighted").get<bool>());
+  expect_same_elements(saupe_of(k), least_squares(a, b), 1e-9L, "one-sided kept");
+  ASSERT_EQ(k.at("couplings").size(), hand.size());
+  for (size_t i = 0; i < hand.size(); ++i) {
+    const json& c = k["couplings"][i];
+    SCOPED_TRACE(i);
+    EXPECT_EQ(c.at("one_sided").get<bool>(), bounded.count(i) > 0);
+    if (i == 5) {  // asymmetric but closed on both sides
+      EXPECT_DOUBLE_EQ(c.at("error_hz").get<double>(), 0.3);
+      EXPECT_DOUBLE_EQ(c.at("error_plus_hz").get<double>(), 0.6);
+    }
+    if (bounded.count(i) > 0) {
+      const bool positive = c.at("measured_hz").get<double>() > 0;
+      EXPECT_DOUBLE_EQ(c.at("error_hz").get<double>(), positive ? 0.0 : 100.0);
+      EXPECT_DOUBLE_EQ(c.at("error_plus_hz").get<double>(), positive ? 100.0 : 0.0);
+    }
+  }
+}
+
+// The deposited 2MJB restraints of set 500 on model 1 of 2MJB, with signs
+// fixed and outliers dropped: the figures with each convention (see
+// docs/fit-conventions.md), and what they mean physically.
+TEST(FitCommand, Deposited2mjbRestraintsWithTheirConventions) {
+  const std::string files = quoted(kPdb2mjb) + " " + quoted(kMr);
+  const std::string fixed = "--set 500 --fix-sign --drop-outliers ";
+  const json after = fit_json(fixed + files);
+  const json before = fit_json(fixed + "--methylene mean --one-sided keep " + files);
+  const json effective = fit_json(fixed + "--bond-lengths effective " + files);
+  const json mean = fit_json(fixed + "--methylene mean " + files);
+  const json& s = after.at("sets").at(0);
+  const json& p = before.at("sets").at(0);
+  const json& e = effective.at("sets").at(0);
+  const json& m = mean.at("sets").at(0);
+  EXPECT_EQ(after.at("settings").at("methylene"), "sum");
+  EXPECT_EQ(after.at("settings").at("one_sided"), "skip");
+  EXPECT_EQ(after.at("settings").at("bond_lengths"), "standard");
+
+  const auto expect_figures = [](const json& set, int n, double q, double q_da, double nh_q,
+                                 double nh_q_da, double da, double r, const char* what) {
+    SCOPED_TRACE(what);
+    const json& quality = set.at("quality");
+    const json& nh = quality.at("per_type").at("N-H");
+    EXPECT_EQ(quality.at("n").get<int>(), n);
+    EXPECT_NEAR(quality.at("q").get<double>(), q, 0.003);
+    EXPECT_NEAR(quality.at("q_da").get<double>(), q_da, 0.003);
+    EXPECT_NEAR(nh.at("q").get<double>(), nh_q, 0.003);
+    EXPECT_NEAR(nh.at("q_da").get<double>(), nh_q_da, 0.003);
+    EXPECT_NEAR(set.at("tensor").at("da_hz").get<double>(), da, 0.03);
+    EXPECT_NEAR(set.at("tensor").at("rhombicity").get<double>(), r, 0.003);
+    std::printf(
+        "%s: n %d, Q %.4f, Q(Da) %.4f, N-H Q %.4f, N-H Q(Da) %.4f, Da(NH) %.3f Hz, R %.4f\n", what,
+        quality["n"].get<int>(), quality["q"].get<double>(), quality["q_da"].get<double>(),
+        nh["q"].get<double>(), nh["q_da"].get<double>(), set["tensor"]["da_hz"].get<double>(),
+        set["tensor"]["rhombicity"].get<double>());
+  };
+  expect_figures(p, 483, 0.259, 0.160, 0.125, 0.077, 9.70, 0.139, "mean, one-sided kept");
+  expect_figures(s, 393, 0.119, 0.075, 0.106, 0.067, 9.58, 0.162, "defaults");
+  expect_figures(e, 393, 0.116, 0.073, 0.068, 0.045, 9.65, 0.162, "effective lengths");
+  EXPECT_EQ(s.at("one_sided_skipped").get<int>(), 91);
+  EXPECT_EQ(p.at("one_sided_skipped").get<int>(), 0);
+
+  // Without the one-sided bounds and with the methylene sums the data fit
+  // less than half as badly; every coupling left is two-sided.
+  EXPECT_LT(s["quality"]["q"].get<double>(), 0.5 * p["quality"]["q"].get<double>());
+  for (const json& c : s.at("couplings")) EXPECT_FALSE(c.at("one_sided").get<bool>());
+  // The 21 two-sided CB-HB# couplings are sums: as sums they fit as well as
+  // the backbone, as means four times worse.
+  const json& sum_hb = s["quality"]["per_type"].at("CB-HB#");
+  const json& mean_hb = m["quality"]["per_type"].at("CB-HB#");
+  EXPECT_EQ(sum_hb.at("n").get<int>(), 21);
+  EXPECT_LT(sum_hb.at("q").get<double>(), 0.1);
+  EXPECT_GT(mean_hb.at("q").get<double>(), 0.4);
+  // The two-sided methyl couplings, taken on the axis on the C-H scale.
+  const json& methyl = s["quality"]["per_type"].at("methyl");
+  EXPECT_EQ(methyl.at("n").get<int>(), 18);
+  EXPECT_LT(methyl.at("q").get<double>(), 0.1);
+  // N-H: below 0.11, and below 0.08 with the effective N-H length.
+  EXPECT_LT(s["quality"]["per_type"]["N-H"]["q"].get<double>(), 0.11);
+  EXPECT_LT(e["quality"]["per_type"]["N-H"]["q"].get<double>(), 0.08);
+
+  // Only the methylene rows change with --methylene: the other constants
+  // stay, those of CB-HB# double.
+  ASSERT_EQ(s["couplings"].size(), m["couplings"].size() - 1);  // mean: no outlier
+  std::map<long, double> mean_dmax;
+  for (const json& c : m["couplings"]) mean_dmax[c["line"].get<long>()] = c["dmax_hz"];
+  for (const json& c : s["couplings"]) {
+    const double ratio = c["dmax_hz"].get<double>() / mean_dmax.at(c["line"].get<long>());
+    EXPECT_DOUBLE_EQ(ratio, c["type"] == "CB-HB#" ? 2.0 : 1.0) << c["line"];
+  }
+
+  // The backbone alone has neither methylenes nor bounds: the options leave
+  // its fit as it is.
+  const std::string backbone = "--set 500 --fix-sign --types N-H,CA-HA,CA-C,C-N,C-HN ";
+  const json plain = fit_json(backbone + files);
+  const json other = fit_json(backbone + "--methylene mean --one-sided keep " + files);
+  EXPECT_EQ(plain["sets"][0].at("n"), 305);
+  EXPECT_EQ(plain["sets"][0].at("tensor").at("saupe"), other["sets"][0].at("tensor").at("saupe"));
+}
+
 }  // namespace
 }  // namespace vorn

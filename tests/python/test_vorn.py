@@ -406,6 +406,7 @@ def assert_fit_equal(result, expected):
     assert result.n == expected["n"] and result.unresolved == expected["unresolved"]
     assert result.built_hydrogens == expected["built_hydrogens"]
     assert result.unplaced_hydrogens == expected["unplaced_hydrogens"]
+    assert result.one_sided_skipped == expected["one_sided_skipped"]
     assert result.condition_number == expected["condition_number"]
     assert result.ill_conditioned == expected["ill_conditioned"]
     assert result.weighted == expected["weighted"]
@@ -512,6 +513,25 @@ def test_hydrogens_of_an_xray_structure():
     fitted = vorn.fit(XRAY, DC, add_hydrogens=True)[0]
     assert fitted.quality["per_type"]["CA-HA"]["n"] == 62
     assert fitted.built_hydrogens == 630 and fitted.unplaced_hydrogens == 0
+@pytest.mark.parametrize("options,kwargs", [
+    ([], {}),
+    (["--methylene", "mean", "--one-sided", "keep"], {"methylene": "mean", "one_sided": "keep"}),
+    (["--bond-lengths", "effective"], {"bond_lengths": "effective"}),
+], ids=["defaults", "mean-keep", "effective"])
+def test_fit_conventions_match_command_line(binary, options, kwargs):
+    common = ["--set", "500", "--fix-sign", "--drop-outliers"]
+    doc = run_json(binary, "fit", *common, *options, PDB_2MJB, XPLOR)
+    [result] = vorn.fit(PDB_2MJB, XPLOR, set="500", fix_sign=True, drop_outliers=True, **kwargs)
+    [expected] = doc["sets"]
+    assert_fit_equal(result, expected)
+    assert result.one_sided_skipped == (0 if kwargs.get("one_sided") == "keep" else 91)
+
+
+def test_fit_convention_names_are_checked():
+    for name, value in (("bond_lengths", "equilibrium"), ("methylene", "average"),
+                        ("one_sided", "bound")):
+        with pytest.raises(ValueError, match=name):
+            vorn.fit(CIF, DC, **{name: value})
 
 
 def test_fit_montecarlo_spread_is_reproducible():
