@@ -78,6 +78,9 @@ struct PredictSettings {
   // and of every coupling's mean are below this (Hz), from
   // kMinConvergedModels models on.
   double until_converged = 0.0;
+  // The running mean and standard error of the coupling whose mean has the
+  // largest standard error, against the number of models (vorn predict).
+  std::string plot_convergence_file;
 };
 
 // The fewest models a convergence test trusts: block averaging needs a few

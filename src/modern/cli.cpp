@@ -458,6 +458,11 @@ int run_cli(int argc, char** argv, const CommandRunners& runners, const FrontEnd
       ->type_name("TOL")
       ->check(CLI::PositiveNumber)
       ->group("Ensemble");
+  predict
+      ->add_option("--plot-convergence", predict_settings.plot_convergence_file,
+                   "running mean of the least converged coupling with its standard error band "
+                   "against the number of models: FILE.svg, .pdf or .png")
+      ->group("Output");
 
   FitSettings fit_settings;
   OptionText fit_text;

@@ -398,7 +398,7 @@ TEST(PredictCommand, UntilConvergedStopsWhereTheStandardErrorsFallBelowTheTolera
     da.add(m.at("tensor").at("da_hz").get<double>());
     for (const json& c : m.at("couplings"))
       series[c["chain"].get<std::string>() + std::to_string(c["residue"].get<int>()) +
-             c["type"].get<std::string>()]
+             c["atom1"].get<std::string>() + c["atom2"].get<std::string>()]
           .add(c["predicted_hz"].get<double>());
     bool below = k + 1 >= 32 && da.se() < tolerance;
     for (const auto& [key, s] : series) below = below && s.se() < tolerance;
@@ -417,6 +417,18 @@ TEST(PredictCommand, UntilConvergedStopsWhereTheStandardErrorsFallBelowTheTolera
   EXPECT_NE(text.out.find("ensemble of " + std::to_string(expected) + " models"),
             std::string::npos);
   EXPECT_NE(text.out.find("converged: every standard error below"), std::string::npos);
+
+  // The convergence plot: one picture, the least certain coupling named.
+  const std::string svg = temp_path("convergence.svg");
+  EXPECT_EQ(
+      run_vorn("predict --quiet --plot-convergence " + quoted(svg) + " " + quoted(file)).status, 0);
+  std::ifstream picture(svg);
+  std::stringstream drawn;
+  drawn << picture.rdbuf();
+  EXPECT_NE(drawn.str().find("<svg"), std::string::npos);
+  // The standard error band: one filled polygon.
+  EXPECT_NE(drawn.str().find("<polygon"), std::string::npos);
+  std::filesystem::remove(svg);
   std::filesystem::remove(file);
 }
 
