@@ -333,7 +333,8 @@ std::string predict_stream(
     const std::string& path, const PredictSettings& settings, const PredictionContext& context,
     int workers, int threads, const std::function<void(const std::string&)>& start,
     const std::function<std::string(const ModelPrediction&)>& format,
-    const std::function<void(const ModelPrediction&, const std::string&)>& emit) {
+    const std::function<void(const ModelPrediction&, const std::string&)>& emit,
+    const std::function<bool()>& done) {
   // Hydrogens are always read: the couplings need them; the selection
   // decides whether they enter the steric model.
   ReadOptions read = settings.read;
@@ -352,14 +353,14 @@ std::string predict_stream(
   const long emitted = stream_in_order<Done>(
       reader, workers,
       [&](Model&& model) {
-        Done done;
-        done.first = predict_model(model, used, context, threads, path);
-        if (format) done.second = format(done.first);
-        return done;
+        Done result;
+        result.first = predict_model(model, used, context, threads, path);
+        if (format) result.second = format(result.first);
+        return result;
       },
-      [&](Done& done) {
-        emit(done.first, done.second);
-        return true;
+      [&](Done& result) {
+        emit(result.first, result.second);
+        return !(done && done());
       });
   if (emitted == 0) throw InputError(path + ": no model selected");
   return format_name;
@@ -400,10 +401,21 @@ EnsembleSummary EnsembleAccumulator::summary() const {
   e.da_hz_sd = da_.sd();
   e.rhombicity_mean = rhombicity_.mean();
   e.rhombicity_sd = rhombicity_.sd();
+  e.da_hz_se = da_.se();
+  e.rhombicity_se = rhombicity_.se();
+  e.da_effective_samples = da_.effective_samples();
   for (std::size_t i = 0; i < sites_.size(); ++i) {
-    e.couplings.push_back({sites_[i], values_[i].count(), values_[i].mean(), values_[i].sd()});
+    const BlockAverage& v = values_[i];
+    e.couplings.push_back({sites_[i], static_cast<int>(v.count()), v.mean(), v.sd(), v.se()});
   }
   return e;
+}
+
+bool EnsembleAccumulator::converged(double tolerance) const {
+  if (models_ < kMinConvergedModels || !(da_.se() < tolerance)) return false;
+  for (const BlockAverage& v : values_)
+    if (!(v.se() < tolerance)) return false;
+  return true;
 }
 
 FilePrediction predict_file(const std::string& path, const PredictSettings& settings,

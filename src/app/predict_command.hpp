@@ -74,7 +74,18 @@ struct PredictSettings {
   bool quiet = false;
   std::string plot_axes_file;      // principal axes on the sphere (vorn predict)
   std::string tensor_script_file;  // principal axes on the molecule (vorn predict)
+  // Above 0: a file's models are read only until the standard errors of Da
+  // and of every coupling's mean are below this (Hz), from
+  // kMinConvergedModels models on.
+  double until_converged = 0.0;
+  // The running mean and standard error of the coupling whose mean has the
+  // largest standard error, against the number of models (vorn predict).
+  std::string plot_convergence_file;
 };
+
+// The fewest models a convergence test trusts: block averaging needs a few
+// blocks of several models before its standard error means anything.
+inline constexpr int kMinConvergedModels = 32;
 
 struct PredictedCoupling {
   CouplingSite site;
@@ -107,12 +118,17 @@ struct EnsembleCoupling {
   int models = 0;
   double mean_hz = 0.0;
   double sd_hz = 0.0;
+  double se_hz = 0.0;  // of the mean, by block averaging (BlockAverage)
 };
 
 struct EnsembleSummary {
   int models = 0;
   double da_hz_mean = 0.0, da_hz_sd = 0.0;
   double rhombicity_mean = 0.0, rhombicity_sd = 0.0;
+  // Standard errors of the means by block averaging, and the number of
+  // independent models Da's series is worth.
+  double da_hz_se = 0.0, rhombicity_se = 0.0;
+  double da_effective_samples = 0.0;
   std::vector<EnsembleCoupling> couplings;
 };
 
@@ -273,12 +289,14 @@ long stream_in_order(StructureReader& reader, int workers, const Work& work, con
 // once the file is open, before any model. Only a few models are in memory
 // at any time. A failure (a model that cannot be read or predicted) is
 // thrown after every earlier model was emitted; a file with no selected
-// model is an error. Returns the format name ("PDB" or "mmCIF").
+// model is an error. `done`, when given, is asked after each emit; true
+// ends the stream there. Returns the format name ("PDB" or "mmCIF").
 std::string predict_stream(
     const std::string& path, const PredictSettings& settings, const PredictionContext& context,
     int workers, int threads, const std::function<void(const std::string&)>& start,
     const std::function<std::string(const ModelPrediction&)>& format,
-    const std::function<void(const ModelPrediction&, const std::string&)>& emit);
+    const std::function<void(const ModelPrediction&, const std::string&)>& emit,
+    const std::function<bool()>& done = {});
 
 // The ensemble summary built model by model, in the order the models are
 // added (the same bits for any number of threads or processes that deliver
@@ -289,14 +307,17 @@ class EnsembleAccumulator {
   void add(const ModelPrediction& model);
   int models() const { return models_; }
   EnsembleSummary summary() const;
+  // True from kMinConvergedModels models on when the standard errors of Da
+  // and of every coupling's mean are below `tolerance` (Hz).
+  bool converged(double tolerance) const;
 
  private:
   using Key = std::tuple<std::string, int, char, std::string, std::string, std::string>;
   int models_ = 0;
-  RunningSpread da_, rhombicity_;
+  BlockAverage da_, rhombicity_;
   std::map<Key, std::size_t> index_;
   std::vector<CouplingSite> sites_;
-  std::vector<RunningSpread> values_;
+  std::vector<BlockAverage> values_;
 };
 
 // Predicts every selected model of one file and keeps them all (for small

@@ -372,7 +372,8 @@ int run_predict_command(PredictSettings& s) {
             ensemble.add(m);
             pictures.add(m);
             progress.model_done(file, ensemble.models());
-          });
+          },
+          [&] { return s.until_converged > 0.0 && ensemble.converged(s.until_converged); });
     } catch (const std::exception& e) {
       // Close the document so that what was written stays valid, then fail.
       if (begun && report.keeps_partial_output()) {
@@ -449,6 +450,18 @@ int run_cli(int argc, char** argv, const CommandRunners& runners, const FrontEnd
       ->add_option("--tensor-script", predict_settings.tensor_script_file,
                    "principal axes of each model on the molecule: FILE.bild (ChimeraX) or .pml "
                    "(PyMOL)")
+      ->group("Output");
+  predict
+      ->add_option("--until-converged", predict_settings.until_converged,
+                   "stop reading a file's models once the block-averaging standard errors of Da "
+                   "and of every coupling's mean are below TOL Hz (after at least 32 models)")
+      ->type_name("TOL")
+      ->check(CLI::PositiveNumber)
+      ->group("Ensemble");
+  predict
+      ->add_option("--plot-convergence", predict_settings.plot_convergence_file,
+                   "running mean of the least converged coupling with its standard error band "
+                   "against the number of models: FILE.svg, .pdf or .png")
       ->group("Output");
 
   FitSettings fit_settings;

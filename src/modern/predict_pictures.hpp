@@ -1,7 +1,9 @@
 // The pictures of `vorn predict`: the principal axes of every model on the
-// sphere and on the molecule, one file of each per input file.
+// sphere and on the molecule, and the convergence of the ensemble mean, one
+// file of each per input file.
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -25,10 +27,15 @@ class PredictPictures {
   void end_file(std::size_t index, const std::string& file);
 
  private:
-  std::string axes_path_, script_path_;
+  std::string axes_path_, script_path_, convergence_path_;
   std::string medium_;
   std::size_t files_;
   std::vector<ScriptTensor> models_;
+  // Each coupling's value in every model, for the convergence plot (single
+  // precision: the plot needs no more), by order of first appearance.
+  std::map<std::string, std::size_t> coupling_index_;
+  std::vector<std::string> coupling_names_;
+  std::vector<std::vector<float>> coupling_values_;
 };
 
 }  // namespace vorn::modern

@@ -163,13 +163,17 @@ json ensemble_json(const EnsembleSummary& e) {
     j["models"] = c.models;
     j["predicted_hz_mean"] = c.mean_hz;
     j["predicted_hz_sd"] = c.sd_hz;
+    j["predicted_hz_se"] = c.se_hz;
     couplings.push_back(std::move(j));
   }
   return {{"models", e.models},
           {"da_hz_mean", e.da_hz_mean},
           {"da_hz_sd", e.da_hz_sd},
+          {"da_hz_se", e.da_hz_se},
+          {"effective_samples", e.da_effective_samples},
           {"rhombicity_mean", e.rhombicity_mean},
           {"rhombicity_sd", e.rhombicity_sd},
+          {"rhombicity_se", e.rhombicity_se},
           {"couplings", std::move(couplings)}};
 }
 
@@ -420,7 +424,14 @@ std::string PredictReport::end_file(const EnsembleAccumulator& ensemble) const {
       return "";
     case OutputFormat::json: {
       std::string out = "\n]";
-      if (ensemble.models() > 1) out += ",\"ensemble\":" + ensemble_json(ensemble.summary()).dump();
+      if (ensemble.models() > 1) {
+        json e = ensemble_json(ensemble.summary());
+        if (settings_.until_converged > 0.0) {
+          e["converged"] = ensemble.converged(settings_.until_converged);
+          e["tolerance_hz"] = settings_.until_converged;
+        }
+        out += ",\"ensemble\":" + e.dump();
+      }
       return out + "}";
     }
     case OutputFormat::csv:
@@ -433,13 +444,26 @@ std::string PredictReport::end_file(const EnsembleAccumulator& ensemble) const {
   std::string out = fmt::format(
       "\nensemble of {} models: Da(NH) = {:.2f} +/- {:.2f} Hz   R = {:.3f} +/- {:.3f}\n", e.models,
       e.da_hz_mean, e.da_hz_sd, e.rhombicity_mean, e.rhombicity_sd);
-  out += fmt::format("  {:<5} {:>6} {:<4} {:<6} {:<5} {:<5} {:>10} {:>8}\n", "chain", "resid",
-                     "res", "type", "atom1", "atom2", "mean (Hz)", "sd");
+  out += fmt::format(
+      "standard error of the mean (block averaging): Da {:.3f} Hz ({:.1f} effective models)   "
+      "R {:.4f}\n",
+      e.da_hz_se, e.da_effective_samples, e.rhombicity_se);
+  if (settings_.until_converged > 0.0) {
+    out += ensemble.converged(settings_.until_converged)
+               ? fmt::format("converged: every standard error below {:g} Hz after {} models\n",
+                             settings_.until_converged, e.models)
+               : fmt::format(
+                     "not converged: standard errors not all below {:g} Hz after all {} "
+                     "models\n",
+                     settings_.until_converged, e.models);
+  }
+  out += fmt::format("  {:<5} {:>6} {:<4} {:<6} {:<5} {:<5} {:>10} {:>8} {:>8}\n", "chain", "resid",
+                     "res", "type", "atom1", "atom2", "mean (Hz)", "sd", "se");
   for (const EnsembleCoupling& c : e.couplings) {
     const CouplingSite& st = c.site;
-    out += fmt::format("  {:<5} {:>6} {:<4} {:<6} {:<5} {:<5} {:>10.2f} {:>8.2f}\n", st.chain,
-                       std::to_string(st.residue_number) + icode_text(st.insertion_code),
-                       st.residue_name, st.type, st.atom1, st.atom2, c.mean_hz, c.sd_hz);
+    out += fmt::format("  {:<5} {:>6} {:<4} {:<6} {:<5} {:<5} {:>10.2f} {:>8.2f} {:>8.3f}\n",
+                       st.chain, std::to_string(st.residue_number) + icode_text(st.insertion_code),
+                       st.residue_name, st.type, st.atom1, st.atom2, c.mean_hz, c.sd_hz, c.se_hz);
   }
   return out;
 }

@@ -25,6 +25,7 @@
 #include "vorn/charges.hpp"
 #include "vorn/classic.hpp"
 #include "vorn/predict.hpp"
+#include "vorn/statistics.hpp"
 #include "vorn/tensor.hpp"
 
 namespace vorn {
@@ -352,6 +353,83 @@ TEST(PredictCommand, GzipCsvTextAndOutputFile) {
   EXPECT_NE(xray.out.find("no hydrogens in the structure: 630 placed from the heavy atoms for the "
                           "couplings\n"),
             std::string::npos);
+}
+
+TEST(PredictCommand, UntilConvergedStopsWhereTheStandardErrorsFallBelowTheTolerance) {
+  const int n = 100;
+  const std::string file = temp_path("converge.pdb");
+  ASSERT_EQ(std::system((std::string(MAKE_ENSEMBLE) + " --models " + std::to_string(n) +
+                         " --seed 5 " + quoted(file) + " >/dev/null 2>&1")
+                            .c_str()),
+            0);
+  const json all = predict_json(quoted(file));
+  const json& e = all.at("ensemble");
+  EXPECT_EQ(e.at("models").get<int>(), n);
+  for (const char* key : {"da_hz_se", "rhombicity_se", "effective_samples"})
+    EXPECT_TRUE(e.contains(key)) << key;
+  EXPECT_FALSE(e.contains("converged"));
+  double largest_se = e.at("da_hz_se").get<double>();
+  for (const json& c : e.at("couplings")) {
+    ASSERT_TRUE(c.contains("predicted_hz_se"));
+    largest_se = std::max(largest_se, c.at("predicted_hz_se").get<double>());
+  }
+
+  // A tolerance no error reaches: all models are read, not converged.
+  const json tiny = predict_json("--until-converged 1e-9 " + quoted(file));
+  EXPECT_EQ(tiny.at("ensemble").at("models").get<int>(), n);
+  EXPECT_FALSE(tiny.at("ensemble").at("converged").get<bool>());
+  EXPECT_EQ(tiny.at("models").size(), static_cast<std::size_t>(n));
+
+  // A tolerance every error meets at once: the minimum of 32 models.
+  const json loose = predict_json("--until-converged 1000 " + quoted(file));
+  EXPECT_EQ(loose.at("ensemble").at("models").get<int>(), 32);
+  EXPECT_TRUE(loose.at("ensemble").at("converged").get<bool>());
+  EXPECT_EQ(loose.at("models").size(), 32u);
+
+  // Between: the first prefix of the models (from 32 on) whose Da and
+  // couplings all have block-averaging errors below the tolerance, from the
+  // full run's per-model values.
+  const double tolerance = std::stod(std::to_string(1.3 * largest_se));
+  std::map<std::string, vorn::BlockAverage> series;
+  vorn::BlockAverage da;
+  int expected = n;
+  for (int k = 0; k < n; ++k) {
+    const json& m = all.at("models").at(static_cast<std::size_t>(k));
+    da.add(m.at("tensor").at("da_hz").get<double>());
+    for (const json& c : m.at("couplings"))
+      series[c["chain"].get<std::string>() + std::to_string(c["residue"].get<int>()) +
+             c["atom1"].get<std::string>() + c["atom2"].get<std::string>()]
+          .add(c["predicted_hz"].get<double>());
+    bool below = k + 1 >= 32 && da.se() < tolerance;
+    for (const auto& [key, s] : series) below = below && s.se() < tolerance;
+    if (below) {
+      expected = k + 1;
+      break;
+    }
+  }
+  ASSERT_LT(expected, n);
+  ASSERT_GT(expected, 32);
+  const std::string tol = std::to_string(tolerance);
+  const json middle = predict_json("--until-converged " + tol + " " + quoted(file));
+  EXPECT_EQ(middle.at("ensemble").at("models").get<int>(), expected);
+  EXPECT_TRUE(middle.at("ensemble").at("converged").get<bool>());
+  const RunResult text = run_vorn("predict --until-converged " + tol + " " + quoted(file));
+  EXPECT_NE(text.out.find("ensemble of " + std::to_string(expected) + " models"),
+            std::string::npos);
+  EXPECT_NE(text.out.find("converged: every standard error below"), std::string::npos);
+
+  // The convergence plot: one picture, the least certain coupling named.
+  const std::string svg = temp_path("convergence.svg");
+  EXPECT_EQ(
+      run_vorn("predict --quiet --plot-convergence " + quoted(svg) + " " + quoted(file)).status, 0);
+  std::ifstream picture(svg);
+  std::stringstream drawn;
+  drawn << picture.rdbuf();
+  EXPECT_NE(drawn.str().find("<svg"), std::string::npos);
+  // The standard error band: one filled polygon.
+  EXPECT_NE(drawn.str().find("<polygon"), std::string::npos);
+  std::filesystem::remove(svg);
+  std::filesystem::remove(file);
 }
 
 TEST(PredictCommand, HydrogensOfAnXrayStructure) {

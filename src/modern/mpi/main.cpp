@@ -27,6 +27,15 @@ int main(int argc, char** argv) {
   front.print_messages = group.rank == 0;
   vorn::modern::CommandRunners runners;
   runners.predict = [&](vorn::app::PredictSettings& settings) {
+    // Stopping at convergence needs the models in order as they are
+    // predicted, which the shared stream does not give; every process
+    // refuses it alike.
+    if (settings.until_converged > 0.0) {
+      if (group.rank == 0)
+        std::fprintf(stderr, "%s: --until-converged is not supported across processes; use vorn\n",
+                     program.c_str());
+      return 2;
+    }
     return vorn::mpi::predict_across_processes(settings, group, program);
   };
   runners.fit = [&](const vorn::app::FitSettings& settings) {
