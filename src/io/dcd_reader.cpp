@@ -138,8 +138,18 @@ bool DcdReader::frame_start() {
 bool DcdReader::next(std::vector<Vec3>& positions) {
   if (!frame_start()) return false;
   const auto n = static_cast<std::size_t>(atoms_);
+  // The first record's length is checked before the buffer grows, so that
+  // a false atom count does not allocate beyond what the file holds.
+  const std::int32_t length = marker("X", true, false);
+  if (static_cast<std::size_t>(length) != 4 * n) {
+    fail("X: record of " + std::to_string(length) + " bytes, expected " + std::to_string(4 * n),
+         true);
+  }
   buffer_.resize(3 * n);
-  record(4 * n, buffer_.data(), "X", true);
+  in_->read(reinterpret_cast<char*>(buffer_.data()), static_cast<std::streamsize>(4 * n));
+  if (static_cast<std::size_t>(in_->gcount()) != 4 * n)
+    fail("X: file cut short (truncated?)", true);
+  if (marker("X", true, false) != length) fail("X: record markers do not match", true);
   record(4 * n, buffer_.data() + n, "Y", true);
   record(4 * n, buffer_.data() + 2 * n, "Z", true);
   if (four_dims_) record(4 * n, nullptr, "fourth coordinate", true);
