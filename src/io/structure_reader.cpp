@@ -14,6 +14,7 @@
 #include <set>
 #include <sstream>
 
+#include "io/dcd_reader.hpp"
 #include "io/gemmi_models.hpp"
 
 namespace vorn::io {
@@ -418,6 +419,85 @@ struct StructureReader::Impl {
   std::vector<int> cif_numbers;  // mmCIF: the model numbers in file order
   size_t cif_next = 0;
 
+  // A trajectory: its frames in place of the coordinates of the file's
+  // first model (its records, and where each atom record starts).
+  std::optional<DcdReader> dcd;
+  PdbChunk topology;
+  std::vector<size_t> atom_records;
+  std::vector<Vec3> frame;
+
+  void open_trajectory() {
+    if (format != Format::Pdb) {
+      throw InputError(path + ": the topology of a trajectory must be a PDB file");
+    }
+    if (!options.models.empty()) {
+      throw InputError(path + ": models cannot be selected with a trajectory (frames can)");
+    }
+    PdbSplitter split(path);
+    if (!split.next(topology, [](int) { return true; })) {
+      throw InputError(path + ": no atoms (no ATOM or HETATM records)");
+    }
+    size_t begin = 0;
+    for (size_t i = 0; begin < topology.text.size(); ++i) {
+      const size_t end = topology.text.find('\n', begin);
+      const std::string_view line(topology.text.data() + begin, end - begin);
+      if (is_atom_record(line)) {
+        if (line.size() < 54) {
+          throw error_at(path, topology.lines[i], "atom record without coordinates");
+        }
+        atom_records.push_back(begin);
+      }
+      begin = end + 1;
+    }
+    dcd.emplace(options.trajectory);
+    if (static_cast<size_t>(dcd->atoms()) != atom_records.size()) {
+      throw InputError(options.trajectory + ": " + std::to_string(dcd->atoms()) +
+                       " atoms, but the topology " + path + " has " +
+                       std::to_string(atom_records.size()));
+    }
+  }
+
+  bool next_frame(UnparsedModel& out) {
+    for (;;) {
+      const long number = dcd->frame() + 1;
+      if (options.last_frame > 0 && number > options.last_frame) return false;
+      const bool selected =
+          number >= options.first_frame && (number - options.first_frame) % options.frame_step == 0;
+      bool ours = false;
+      if (selected) {
+        any_selected = true;
+        ours = next_is_ours();
+        ++position;
+      }
+      if (!ours) {
+        if (!dcd->skip()) return false;
+        continue;
+      }
+      if (!dcd->next(frame)) return false;
+      out.number = static_cast<int>(number);
+      out.parsed = false;
+      out.atoms.clear();
+      out.records = topology.text;
+      out.lines = topology.lines;
+      // The coordinates at the PDB's own precision, through the records, so
+      // that the reading rules apply to a frame as to any model.
+      char field[32];
+      for (size_t i = 0; i < atom_records.size(); ++i) {
+        const Vec3& p = frame[i];
+        for (const double v : {p.x, p.y, p.z}) {
+          if (!(v > -999.9995 && v < 9999.9995)) {
+            throw InputError(options.trajectory + ": frame " + std::to_string(number) +
+                             ": coordinate " + std::to_string(v) + " of atom " +
+                             std::to_string(i + 1) + " outside the PDB range");
+          }
+        }
+        std::snprintf(field, sizeof field, "%8.3f%8.3f%8.3f", p.x, p.y, p.z);
+        out.records.replace(atom_records[i] + 30, 24, field, 24);
+      }
+      return true;
+    }
+  }
+
   bool wanted(int number) const {
     return options.models.empty() ||
            std::binary_search(options.models.begin(), options.models.end(), number);
@@ -523,7 +603,9 @@ StructureReader::StructureReader(const std::string& path, ReadOptions options,
   if (!format) format = format_from_extension(path);
   if (!format) throw InputError(path + ": unknown format (neither PDB nor mmCIF)");
   d.format = *format;
-  if (d.format == Format::Pdb) {
+  if (!d.options.trajectory.empty()) {
+    d.open_trajectory();
+  } else if (d.format == Format::Pdb) {
     d.open_pdb();
   } else {
     d.cif_numbers = d.converter->load_mmcif(InputFile(path).read_all());
@@ -563,6 +645,7 @@ Model StructureReader::parse(UnparsedModel&& unparsed) const {
 
 bool StructureReader::next_unparsed(UnparsedModel& model) {
   Impl& d = *impl_;
+  if (d.dcd) return d.next_frame(model);
   const bool got = d.format == Format::Pdb ? d.next_pdb(model) : d.next_mmcif(model);
   if (!got && !d.any_selected) {
     throw InputError(d.path + ": no atoms (no " +
@@ -575,7 +658,46 @@ bool StructureReader::next_unparsed(UnparsedModel& model) {
 Format StructureReader::format() const { return impl_->format; }
 
 std::string StructureReader::format_name() const {
+  if (impl_->dcd) return "DCD";
   return impl_->format == Format::Pdb ? "PDB" : "mmCIF";
+}
+
+void parse_frame_range(const std::string& text, ReadOptions& options) {
+  const auto invalid = [&](const std::string& why) {
+    return InputError("invalid frame range \"" + text + "\": " + why +
+                      " (expected first:last[:step])");
+  };
+  std::vector<std::string> parts;
+  size_t begin = 0;
+  for (;;) {
+    const size_t colon = text.find(':', begin);
+    parts.push_back(text.substr(begin, colon - begin));
+    if (colon == std::string::npos) break;
+    begin = colon + 1;
+  }
+  if (parts.size() < 2 || parts.size() > 3) throw invalid("two or three fields");
+  const auto number = [&](const std::string& field, long empty) {
+    if (field.empty()) return empty;
+    long value = 0;
+    const auto [end, ec] = std::from_chars(field.data(), field.data() + field.size(), value);
+    if (ec != std::errc() || end != field.data() + field.size() || value < 1) {
+      throw invalid("\"" + field + "\" is not a positive number");
+    }
+    return value;
+  };
+  options.first_frame = number(parts[0], 1);
+  options.last_frame = number(parts[1], 0);
+  options.frame_step = parts.size() == 3 ? number(parts[2], 1) : 1;
+  if (options.last_frame > 0 && options.last_frame < options.first_frame) {
+    throw invalid("last before first");
+  }
+}
+
+bool is_trajectory_file(const std::string& path) {
+  std::string lower = path;
+  std::transform(lower.begin(), lower.end(), lower.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return lower.ends_with(".dcd");
 }
 
 }  // namespace vorn::io

@@ -37,6 +37,14 @@ struct ReadOptions {
   // stride >= 1 and 0 <= offset < stride.
   int stride = 1;
   int offset = 0;
+  // A DCD trajectory of the file: its frames are the models (numbered 1, 2,
+  // ... in the trajectory), with the atoms of the file's first model in the
+  // same order, whose coordinates they replace. Frames first, first + step,
+  // ... up to last (0: the end) are selected.
+  std::string trajectory;
+  long first_frame = 1;
+  long last_frame = 0;
+  long frame_step = 1;
 };
 
 // One model of a file: its number (as in the file, or 1, 2, ... where the
@@ -63,6 +71,13 @@ std::vector<int> parse_model_list(const std::string& text);
 
 // The inverse of parse_model_list for ascending lists: {1,2,3,7} -> "1-3,7".
 std::string format_model_list(std::span<const int> numbers);
+
+// "first:last:step", "first:last" or "first:" (frames, 1-based; an empty
+// last: to the end) into `options`. Throws InputError.
+void parse_frame_range(const std::string& text, ReadOptions& options);
+
+// True for the name of a trajectory file (".dcd", any case).
+bool is_trajectory_file(const std::string& path);
 
 // Reads a coordinate file model by model. PDB files are streamed: only the
 // current model's records are held in memory. The format comes from the
@@ -99,7 +114,7 @@ class StructureReader {
   Model parse(UnparsedModel&& model) const;
 
   Format format() const;
-  std::string format_name() const;  // "PDB" or "mmCIF"
+  std::string format_name() const;  // "PDB" or "mmCIF"; "DCD" for a trajectory
 
  private:
   struct Impl;

@@ -83,7 +83,7 @@ class Progress {
 
 // Option texts converted after parsing.
 struct OptionText {
-  std::string models, altloc, input_format;
+  std::string models, altloc, input_format, frames;
   std::string sampling = "9,18,18";
   std::string medium = "bicelle";
   std::string selection = "surface";
@@ -106,6 +106,8 @@ void add_reading_options(CLI::App& cmd, PredictSettings& s, OptionText& t) {
       ->group(group)
       ->check(CLI::IsMember({"pdb", "cif", "mmcif", "pdbx"}, CLI::ignore_case));
   cmd.add_option("--models", t.models, "models to use, e.g. 1,3-5 (default: all)")->group(group);
+  cmd.add_option("--frames", t.frames, "frames of a trajectory FIRST:LAST[:STEP] (default: all)")
+      ->group(group);
   cmd.add_option("--altloc", t.altloc, "alternate location to keep (default: highest occupancy)")
       ->group(group);
   cmd.add_flag("--hetatm", s.read.hetatm, "keep HETATM records other than water")->group(group);
@@ -291,6 +293,22 @@ void finish_options(const CLI::App& cmd, const OptionText& t, PredictSettings& s
       throw CLI::ValidationError("--models", e.what());
     }
   }
+  // TOPOLOGY TRAJECTORY: the trajectory's frames are the models.
+  if (s.files.size() == 2 && io::is_trajectory_file(s.files[1])) {
+    s.read.trajectory = s.files[1];
+    s.files.pop_back();
+  }
+  if (!t.frames.empty()) {
+    if (s.read.trajectory.empty()) {
+      throw CLI::ValidationError("--frames",
+                                 "needs a trajectory (vorn predict TOPOLOGY TRAJECTORY)");
+    }
+    try {
+      io::parse_frame_range(t.frames, s.read);
+    } catch (const InputError& e) {
+      throw CLI::ValidationError("--frames", e.what());
+    }
+  }
 }
 
 }  // namespace
@@ -436,7 +454,8 @@ int run_cli(int argc, char** argv, const CommandRunners& runners, const FrontEnd
   CLI::App* predict = app.add_subcommand(
       "predict", "Predict the alignment tensor and backbone couplings of every model");
   predict
-      ->add_option("STRUCTURE", predict_settings.files, "PDB or mmCIF file(s), optionally gzipped")
+      ->add_option("STRUCTURE", predict_settings.files,
+                   "PDB or mmCIF file(s), optionally gzipped; or a PDB file and its DCD trajectory")
       ->required()
       ->type_name("FILE");
   add_reading_options(*predict, predict_settings, predict_text);

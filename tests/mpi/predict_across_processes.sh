@@ -6,7 +6,7 @@
 #
 # identical: JSON, CSV and text of an mmCIF entry, of a 40-model PDB file
 #   made here, of both files at once, of model selections with fewer models
-#   than processes, of a charged medium (the models' charges), with
+#   than processes, of a DCD trajectory with frame selections, of a charged medium (the models' charges), with
 #   --output, and the pictures (--plot-axes, --tensor-script); vorn-mpi fit
 #   against vorn fit.
 # error: a file with a malformed record in one model (met by the first
@@ -108,6 +108,18 @@ identical() {
     "$vorn" predict --format json --models "$selection" "$cif" > "$work/expected.out" ||
       fail "vorn predict --models $selection: status $?"
     compare_run "json --models $selection" 3 1 --format json --models "$selection" "$cif"
+  done
+
+  # A trajectory: each process reads its share of the frames.
+  local top=$data/../structures/ubq_1d3z_models1-4.pdb
+  local dcd=$data/../trajectories/ubq_1d3z_models1-4.dcd
+  for frames in 1: 2:4:2; do
+    "$vorn" predict --format json --frames "$frames" "$top" "$dcd" > "$work/expected.out" ||
+      fail "vorn predict trajectory --frames $frames: status $?"
+    for np in 1 2 3; do
+      compare_run "json trajectory --frames $frames" "$np" 1 --format json --frames "$frames" \
+        "$top" "$dcd"
+    done
   done
 
   # A charged medium: each model's charges travel with it.
