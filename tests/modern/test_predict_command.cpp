@@ -706,7 +706,7 @@ TEST(PredictCommand, Pf1RecordsItsSettingsAndTheTitrationCharge) {
 TEST(PredictCommand, OptionsOfTheChargedObstacle) {
   const json base = predict_json("--medium pf1 " + kFast + kUbq2mjb);
   // Each option is recorded and changes the prediction.
-  for (const std::string& option :
+  for (const std::string option :
        {"--charge-density -0.3", "--ionic-strength 0.05", "--ph 5", "--temperature 310",
         "--obstacle-radius 30", "--potential nonlinear"}) {
     SCOPED_TRACE(option);

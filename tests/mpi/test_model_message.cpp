@@ -33,8 +33,8 @@ app::ModelPrediction sample_prediction() {
   // Chains with and without a name, an insertion code, a built hydrogen,
   // atom1 in a residue of its own.
   const CouplingSite sites[] = {
-      {"A", -5, ' ', "GLY", "N-H", "N", "H", "N", "H", {0.0, -1.25, 1.0}, true},
-      {"A", -4, 'B', "GLY", "CA-HA", "CA", "HA2", "C", "H", {0.5, -1.25, -0.0}, false},
+      {"A", -5, ' ', "GLY", "N-H", "N", "H", "N", "H", {0.0, -1.25, 1.0}, true, -5, ' ', "GLY"},
+      {"A", -4, 'B', "GLY", "CA-HA", "CA", "HA2", "C", "H", {0.5, -1.25, -0.0}, false, -4, 'B', "GLY"},
       {"",
        -3,
        ' ',
