@@ -156,13 +156,13 @@ double proline_ring_chi2() {
   // CD-N has one minimum in chi2 and reaches the bond length on either side
   // of it; the pucker's ring (chi2 of the opposite sign to chi1, C-gamma exo
   // for a negative chi1) is the root past the minimum away from chi1.
-  double closest = -90.0;
-  for (double chi2 = -90.0; chi2 <= 90.0; chi2 += 1.0) {
+  int closest = -90;  // degrees
+  for (int chi2 = -90; chi2 <= 90; ++chi2) {
     if (gap(chi2) < gap(closest)) closest = chi2;
   }
   if (gap(closest) > 0.0) throw std::logic_error("the proline template cannot close its ring");
-  const double step = pro.chi[0] < 0.0 ? 1.0 : -1.0;
-  for (double end = closest + step; std::abs(end) <= 90.0; end += step) {
+  const int step = pro.chi[0] < 0.0 ? 1 : -1;
+  for (int end = closest + step; std::abs(end) <= 90; end += step) {
     if (gap(end) > 0.0) return bisect(gap, closest, end);
   }
   throw std::logic_error("the proline template cannot close its ring");
@@ -178,10 +178,14 @@ CoilChainBuilder::CoilChainBuilder(std::string sequence, ClashRule rule)
   for (std::size_t i = 0; i < sequence_.size(); ++i) {
     const ResidueTemplate* residue = find_residue(sequence_[i]);
     if (residue == nullptr) {
-      throw std::invalid_argument("'" + std::string(1, sequence_[i]) + "' at position " +
-                                  std::to_string(i + 1) +
-                                  " of the sequence is not the one-letter code of one of the "
-                                  "20 standard amino acids (ACDEFGHIKLMNPQRSTVWY)");
+      std::string message = "'";
+      message += sequence_[i];
+      message += "' at position ";
+      message += std::to_string(i + 1);
+      message +=
+          " of the sequence is not the one-letter code of one of the 20 standard amino acids "
+          "(ACDEFGHIKLMNPQRSTVWY)";
+      throw std::invalid_argument(message);
     }
     residues_.push_back(residue);
   }
@@ -191,10 +195,10 @@ CoilChainBuilder::CoilChainBuilder(std::string sequence, ClashRule rule)
   }
   proline_chi2_ = proline_ring_chi2();
   constexpr std::string_view kClassElements[3] = {"C", "N", "O"};
-  for (int a = 0; a < 3; ++a) {
-    for (int b = 0; b < 3; ++b) {
+  for (std::size_t a = 0; a < 3; ++a) {
+    for (std::size_t b = 0; b < 3; ++b) {
       const double limit = clash_distance(rule_, kClassElements[a], kClassElements[b]);
-      limit_squared_[static_cast<std::size_t>(3 * a + b)] = limit * limit;
+      limit_squared_[3 * a + b] = limit * limit;
     }
   }
   for (const ResidueTemplate* r : residues_) {
@@ -214,9 +218,9 @@ CoilChainBuilder::CoilChainBuilder(std::string sequence, ClashRule rule)
       atom.element = std::string(element);
       atom.residue_name = std::string(r.name);
       atom.residue_number = static_cast<int>(i + 1);
-      atom.chain = "A";
+      atom.chain.push_back('A');  // not = "A": that trips a spurious -Wrestrict of GCC 12
       atoms_.push_back(atom);
-      contact_class_.push_back(element == "N" ? 1 : element == "O" ? 2 : 0);
+      contact_class_.push_back(element == "N" ? 1U : element == "O" ? 2U : 0U);
       references_.push_back({0, 0, 0});
       names.push_back(name);
     };
@@ -354,8 +358,7 @@ bool CoilChainBuilder::insert_residue(std::size_t i) {
           for (const std::size_t b : it->second) {
             const Vec3 d = p - atoms_[b].position;
             const double d2 = dot(d, d);
-            const double limit =
-                limit_squared_[static_cast<std::size_t>(3 * contact_class_[a] + contact_class_[b])];
+            const double limit = limit_squared_[3 * contact_class_[a] + contact_class_[b]];
             if (d2 < limit && !std::binary_search(excluded.begin(), excluded.end(), b)) {
               remove_to(start);
               return false;

@@ -178,10 +178,10 @@ class CoilChainBuilder {
   ClashRule rule_;
   std::vector<const ResidueTemplate*> residues_;
   std::vector<CoilClass> classes_;
-  std::vector<std::size_t> first_atom_;    // per residue, then the atom count
-  std::vector<vorn::Atom> atoms_;          // the heavy atoms; positions of the build under way
-  std::vector<int> contact_class_;         // 0 C or S, 1 N, 2 O
-  std::array<double, 9> limit_squared_{};  // by pair of contact classes
+  std::vector<std::size_t> first_atom_;     // per residue, then the atom count
+  std::vector<vorn::Atom> atoms_;           // the heavy atoms; positions of the build under way
+  std::vector<std::size_t> contact_class_;  // 0 C or S, 1 N, 2 O
+  std::array<double, 9> limit_squared_{};   // by pair of contact classes
   // Per atom, the other atoms within three bonds, ascending.
   std::vector<std::vector<std::size_t>> excluded_;
   // Per side-chain atom (and CB, OXT): the atoms a, b, c it is placed from.
