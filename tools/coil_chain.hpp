@@ -1,6 +1,6 @@
 // Disordered chains for tests and benchmarks: conformers of a polypeptide
-// with ideal backbone geometry, backbone dihedrals drawn from a residue-
-// specific coil distribution, side chains in one standard rotamer, grown
+// with ideal backbone geometry, backbone dihedrals drawn from a coil
+// distribution per residue type, side chains in one standard rotamer, grown
 // residue by residue with clashing residues redrawn. The choices and their
 // sources are in docs/coil.md; the data tables are in coil_tables.cpp.
 #pragma once

@@ -16,7 +16,7 @@
 // with all its hydrogens (coil_chain.hpp, docs/coil.md).
 //
 // The output is a function of the seed alone: the random numbers come from
-// std::mt19937_64 (fully specified by the standard) through conversions
+// std::mt19937_64 (its output fixed by the standard) through conversions
 // written here, not through the library's distributions. An OUTPUT ending in
 // .gz is written gzip-compressed.
 #include <array>

@@ -1,7 +1,8 @@
 // Random numbers for the test-data generators: the 64-bit Mersenne twister
-// (fully specified by the C++ standard) through conversions written here, not
+// (its output fixed by the C++ standard) through conversions written here, not
 // through the library's distributions, whose algorithms differ between
-// standard libraries. The same seed gives the same numbers everywhere.
+// standard libraries. The same seed gives the same uniform numbers everywhere
+// (the normal deviates also go through std::sqrt and std::log).
 #pragma once
 
 #include <array>

@@ -35,6 +35,8 @@ PEPTIDE_BOND = 1.329
 ANGLES = {("N", "CA", "C"): 111.2, ("CA", "C", "O"): 120.8, ("C", "CA", "CB"): 110.1}
 ANGLE_CA_C_N = 116.2
 ANGLE_C_N_CA = 121.7
+ANGLE_N_CA_CB = 110.5
+ANGLE_N_CA_CB_PROLINE = 103.0
 
 # Closest allowed distances of heavy atoms more than three bonds apart.
 LIMITS = {frozenset("C"): 3.0, frozenset("CN"): 2.8, frozenset("CO"): 2.7,
@@ -156,6 +158,10 @@ def check_geometry(path):
             for (a, b, c), ideal in ANGLES.items():
                 if a in r and b in r and c in r:
                     worst["angle"] = max(worst["angle"], abs(angle(r[a], r[b], r[c]) - ideal))
+            if "CB" in r:
+                proline = "CD" in r and np.linalg.norm(r["CD"] - r["N"]) < 1.6
+                ideal = ANGLE_N_CA_CB_PROLINE if proline else ANGLE_N_CA_CB
+                worst["angle"] = max(worst["angle"], abs(angle(r["N"], r["CA"], r["CB"]) - ideal))
             if i + 1 < len(residues):
                 s = residues[i + 1]
                 worst["bond"] = max(worst["bond"],
