@@ -1,38 +1,49 @@
-// vorn-make-ensemble: writes an N-model PDB file for tests and timings. Each
-// model is one structure (by default model 1 of the bundled ubiquitin NMR
-// bundle) moved by a random rigid motion (a uniform random rotation about its
-// centroid and a translation of up to 3 A per axis) and perturbed by Gaussian
-// noise on every coordinate. The output is a function of the seed alone: the
-// random numbers come from std::mt19937_64 (fully specified by the standard)
-// through conversions written here, not through the library's distributions.
+// vorn-make-ensemble: writes an N-model PDB file for tests and timings, in
+// one of two modes.
 //
 //   vorn-make-ensemble --models N --seed S [--sigma A] [--input FILE] OUTPUT
 //
-// An OUTPUT ending in .gz is written gzip-compressed. The input is read with
-// a plain fixed-column parse of the ATOM records of its first model: a
-// generator of test data, not a reader for users' files.
-#include <zlib.h>
-
+// Each model is one structure (by default model 1 of the bundled ubiquitin
+// NMR bundle) moved by a random rigid motion (a uniform random rotation about
+// its centroid and a translation of up to 3 A per axis) and perturbed by
+// Gaussian noise on every coordinate. The input is read with a plain
+// fixed-column parse of the ATOM records of its first model: a generator of
+// test data, not a reader for users' files.
+//
+//   vorn-make-ensemble --coil SEQUENCE --models N [--seed S] OUTPUT
+//
+// Each model is a disordered conformer of the chain of one-letter SEQUENCE
+// with all its hydrogens (coil_chain.hpp, docs/coil.md).
+//
+// The output is a function of the seed alone: the random numbers come from
+// std::mt19937_64 (its output fixed by the standard) through conversions
+// written here, not through the library's distributions. An OUTPUT ending in
+// .gz is written gzip-compressed.
 #include <array>
 #include <cerrno>
 #include <cmath>
-#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <random>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "coil_chain.hpp"
+#include "ensemble_output.hpp"
+#include "seeded_random.hpp"
 
 #ifndef VORN_DEFAULT_ENSEMBLE_INPUT
 #define VORN_DEFAULT_ENSEMBLE_INPUT "tests/data/raw/1D3Z_raw_10models.pdb"
 #endif
 
 namespace {
+
+using vorn_tools::format_line;
 
 constexpr double kMaxShift = 3.0;  // translation per axis, A
 
@@ -42,6 +53,7 @@ struct Options {
   double sigma = 0.2;
   std::string input = VORN_DEFAULT_ENSEMBLE_INPUT;
   std::string output;
+  std::string coil;  // the sequence of the coil mode; empty in the other
 };
 
 struct AtomRecord {
@@ -54,7 +66,8 @@ struct AtomRecord {
 [[noreturn]] void usage_error(const std::string& message) {
   std::fprintf(stderr,
                "vorn-make-ensemble: %s\n"
-               "usage: vorn-make-ensemble --models N --seed S [--sigma A] [--input FILE] OUTPUT\n",
+               "usage: vorn-make-ensemble --models N --seed S [--sigma A] [--input FILE] OUTPUT\n"
+               "       vorn-make-ensemble --coil SEQUENCE --models N [--seed S] OUTPUT\n",
                message.c_str());
   std::exit(2);
 }
@@ -91,7 +104,7 @@ double parse_sigma(const std::string& text) {
 
 Options parse_options(int argc, char** argv) {
   Options opt;
-  bool have_models = false, have_seed = false;
+  bool have_models = false, have_seed = false, have_rigid_option = false;
   for (int k = 1; k < argc; ++k) {
     const std::string arg = argv[k];
     auto value = [&]() -> std::string {
@@ -101,9 +114,13 @@ Options parse_options(int argc, char** argv) {
     if (arg == "-h" || arg == "--help") {
       std::printf(
           "usage: vorn-make-ensemble --models N --seed S [--sigma A] [--input FILE] OUTPUT\n"
+          "       vorn-make-ensemble --coil SEQUENCE --models N [--seed S] OUTPUT\n"
           "Writes N models of the first model of FILE (default %s), each rotated\n"
           "uniformly at random about its centroid, shifted by up to %.0f A per axis and\n"
           "perturbed by Gaussian noise of sigma A (default 0.2) per coordinate.\n"
+          "With --coil: N disordered conformers of the chain of one-letter SEQUENCE (ideal\n"
+          "geometry, coil-library backbone dihedrals, one rotamer per side chain, all\n"
+          "hydrogens, no clashes; seed 0 unless given; docs/coil.md).\n"
           "OUTPUT ending in .gz is gzip-compressed. The same seed gives the same bytes.\n",
           VORN_DEFAULT_ENSEMBLE_INPUT, kMaxShift);
       std::exit(0);
@@ -115,8 +132,13 @@ Options parse_options(int argc, char** argv) {
       have_seed = true;
     } else if (arg == "--sigma") {
       opt.sigma = parse_sigma(value());
+      have_rigid_option = true;
     } else if (arg == "--input") {
       opt.input = value();
+      have_rigid_option = true;
+    } else if (arg == "--coil") {
+      opt.coil = value();
+      if (opt.coil.empty()) usage_error("--coil needs a sequence of one-letter codes");
     } else if (!arg.empty() && arg[0] == '-') {
       usage_error("unknown option " + arg);
     } else if (opt.output.empty()) {
@@ -126,7 +148,11 @@ Options parse_options(int argc, char** argv) {
     }
   }
   if (!have_models) usage_error("--models is required");
-  if (!have_seed) usage_error("--seed is required");
+  if (!opt.coil.empty()) {
+    if (have_rigid_option) usage_error("--sigma and --input do not apply to --coil");
+  } else if (!have_seed) {
+    usage_error("--seed is required");
+  }
   if (opt.output.empty()) usage_error("no output file");
   return opt;
 }
@@ -184,121 +210,6 @@ std::vector<AtomRecord> read_first_model(const std::string& path) {
   return atoms;
 }
 
-// Random numbers from the 64-bit Mersenne twister with fixed conversions.
-class Random {
- public:
-  explicit Random(std::uint64_t seed) : engine_(seed) {}
-
-  // Uniform in [0, 1): the top 53 bits.
-  double uniform() { return static_cast<double>(engine_() >> 11) * 0x1.0p-53; }
-  // Uniform in [-1, 1).
-  double symmetric() { return 2.0 * uniform() - 1.0; }
-
-  // Standard normal deviate: the polar form of the Box-Muller transform,
-  // whose second deviate is kept for the next call.
-  double normal() {
-    if (has_spare_) {
-      has_spare_ = false;
-      return spare_;
-    }
-    double u = 0.0, v = 0.0, s = 0.0;
-    do {
-      u = symmetric();
-      v = symmetric();
-      s = u * u + v * v;
-    } while (s >= 1.0 || s == 0.0);
-    const double f = std::sqrt(-2.0 * std::log(s) / s);
-    spare_ = v * f;
-    has_spare_ = true;
-    return u * f;
-  }
-
-  // Rotation matrix of a uniformly distributed unit quaternion: a point
-  // uniform in the unit 4-ball (by rejection) projected onto the sphere.
-  std::array<double, 9> rotation() {
-    double q[4];
-    double n2 = 0.0;
-    do {
-      n2 = 0.0;
-      for (double& c : q) {
-        c = symmetric();
-        n2 += c * c;
-      }
-    } while (n2 > 1.0 || n2 < 1e-6);
-    const double n = std::sqrt(n2);
-    const double w = q[0] / n, x = q[1] / n, y = q[2] / n, z = q[3] / n;
-    return {1.0 - 2.0 * (y * y + z * z), 2.0 * (x * y - w * z),       2.0 * (x * z + w * y),
-            2.0 * (x * y + w * z),       1.0 - 2.0 * (x * x + z * z), 2.0 * (y * z - w * x),
-            2.0 * (x * z - w * y),       2.0 * (y * z + w * x),       1.0 - 2.0 * (x * x + y * y)};
-  }
-
- private:
-  std::mt19937_64 engine_;
-  double spare_ = 0.0;
-  bool has_spare_ = false;
-};
-
-// Plain or gzip output.
-class Output {
- public:
-  explicit Output(const std::string& path) {
-    const bool gz = path.size() > 3 && path.compare(path.size() - 3, 3, ".gz") == 0;
-    if (gz) {
-      gz_ = gzopen(path.c_str(), "wb");
-      if (gz_ == nullptr) throw std::runtime_error("cannot write " + path);
-    } else {
-      file_ = std::fopen(path.c_str(), "wb");
-      if (file_ == nullptr) throw std::runtime_error("cannot write " + path);
-    }
-  }
-  Output(const Output&) = delete;
-  Output& operator=(const Output&) = delete;
-  ~Output() {
-    if (gz_ != nullptr) gzclose(gz_);
-    if (file_ != nullptr) std::fclose(file_);
-  }
-
-  void write(std::string_view text) {
-    if (gz_ != nullptr) {
-      if (!text.empty() && gzwrite(gz_, text.data(), static_cast<unsigned>(text.size())) !=
-                               static_cast<int>(text.size())) {
-        throw std::runtime_error("gzip write failed");
-      }
-    } else if (std::fwrite(text.data(), 1, text.size(), file_) != text.size()) {
-      throw std::runtime_error("write failed");
-    }
-  }
-
-  // Flushes and closes; reports a failure that only shows at the end.
-  void close() {
-    if (gz_ != nullptr) {
-      const int status = gzclose(gz_);
-      gz_ = nullptr;
-      if (status != Z_OK) throw std::runtime_error("gzip close failed");
-    }
-    if (file_ != nullptr) {
-      const int status = std::fclose(file_);
-      file_ = nullptr;
-      if (status != 0) throw std::runtime_error("close failed");
-    }
-  }
-
- private:
-  gzFile gz_ = nullptr;
-  FILE* file_ = nullptr;
-};
-
-std::string format_line(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
-std::string format_line(const char* fmt, ...) {
-  char buffer[160];
-  va_list args;
-  va_start(args, fmt);
-  const int n = std::vsnprintf(buffer, sizeof buffer, fmt, args);
-  va_end(args);
-  if (n < 0 || n >= static_cast<int>(sizeof buffer)) throw std::runtime_error("record too long");
-  return std::string(buffer, static_cast<std::size_t>(n));
-}
-
 void write_ensemble(const Options& opt, const std::vector<AtomRecord>& atoms) {
   std::array<double, 3> centroid{0.0, 0.0, 0.0};
   for (const AtomRecord& a : atoms) {
@@ -306,8 +217,8 @@ void write_ensemble(const Options& opt, const std::vector<AtomRecord>& atoms) {
   }
   for (double& c : centroid) c /= static_cast<double>(atoms.size());
 
-  Random rng(opt.seed);
-  Output out(opt.output);
+  vorn_tools::SeededRandom rng(opt.seed);
+  vorn_tools::Output out(opt.output);
   out.write(format_line("REMARK   1 VORN-MAKE-ENSEMBLE MODELS %ld SEED %llu SIGMA %.4f\n",
                         opt.models, static_cast<unsigned long long>(opt.seed), opt.sigma));
   std::string block;
@@ -342,10 +253,61 @@ void write_ensemble(const Options& opt, const std::vector<AtomRecord>& atoms) {
   out.close();
 }
 
+// One ATOM record: the name from column 13 when it has four characters,
+// else from column 14.
+std::string atom_record(int serial, const vorn::Atom& atom) {
+  const vorn::Vec3& p = atom.position;
+  for (const double v : {p.x, p.y, p.z}) {
+    if (!(v > -999.9995 && v < 9999.9995)) {
+      throw std::runtime_error("a coordinate does not fit the PDB columns");
+    }
+  }
+  const std::string name = atom.name.size() < 4 ? " " + atom.name : atom.name;
+  return format_line("ATOM  %5d %-4s %3s %1s%4d    %8.3f%8.3f%8.3f  1.00  0.00          %2s\n",
+                     serial, name.c_str(), atom.residue_name.c_str(), atom.chain.c_str(),
+                     atom.residue_number, p.x, p.y, p.z, atom.element.c_str());
+}
+
+void write_coil_ensemble(const Options& opt, vorn_tools::coil::CoilChainBuilder& builder) {
+  vorn_tools::SeededRandom rng(opt.seed);
+  vorn_tools::Output out(opt.output);
+  out.write(format_line("REMARK   1 VORN-MAKE-ENSEMBLE COIL MODELS %ld SEED %llu RESIDUES %zu\n",
+                        opt.models, static_cast<unsigned long long>(opt.seed),
+                        builder.sequence().size()));
+  std::string block;
+  for (long m = 1; m <= opt.models; ++m) {
+    const std::vector<vorn::Atom> atoms = builder.build(rng);
+    block.clear();
+    block += format_line("MODEL     %4ld\n", m);
+    int serial = 0;
+    for (const vorn::Atom& atom : atoms) block += atom_record(++serial, atom);
+    block += "ENDMDL\n";
+    out.write(block);
+  }
+  out.write("END\n");
+  out.close();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   const Options opt = parse_options(argc, argv);
+  if (!opt.coil.empty()) {
+    std::optional<vorn_tools::coil::CoilChainBuilder> builder;
+    try {
+      builder.emplace(opt.coil);
+    } catch (const std::invalid_argument& e) {
+      usage_error(std::string("--coil: ") + e.what());
+    }
+    try {
+      write_coil_ensemble(opt, *builder);
+    } catch (const std::exception& e) {
+      std::remove(opt.output.c_str());
+      std::fprintf(stderr, "vorn-make-ensemble: %s\n", e.what());
+      return 1;
+    }
+    return 0;
+  }
   try {
     const std::vector<AtomRecord> atoms = read_first_model(opt.input);
     write_ensemble(opt, atoms);
