@@ -3,7 +3,8 @@
 // the chain giving the whole chain's prediction in every medium.
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <bit>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -19,7 +20,10 @@ namespace {
 using test::data_path;
 
 bool same_bits(const SaupeElements& a, const SaupeElements& b) {
-  return std::memcmp(a.data(), b.data(), sizeof a) == 0;
+  for (std::size_t k = 0; k < a.size(); ++k) {
+    if (std::bit_cast<std::uint64_t>(a[k]) != std::bit_cast<std::uint64_t>(b[k])) return false;
+  }
+  return true;
 }
 
 // Ubiquitin (1D3Z model 1, residues 1..76): its surface heavy atoms with the

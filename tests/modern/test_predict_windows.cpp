@@ -94,9 +94,12 @@ const std::string kUbq = quoted(data_path("structures/ubq_1d3z_m1.pdb"));
 
 TEST(PredictWindows, AWindowAsLongAsTheChainGivesTheWholeMoleculesCouplings) {
   for (const std::string medium : {"bicelle", "phage", "pf1"}) {
-    const json plain = predict_json("--medium " + medium + " --sampling 5,9,9 " + kUbq);
-    const json windowed =
-        predict_json("--medium " + medium + " --sampling 5,9,9 --window 153 " + kUbq);
+    std::string options = "--medium ";
+    options += medium;
+    options += " --sampling 5,9,9 ";
+    const json plain = predict_json(options + kUbq);
+    options += "--window 153 ";
+    const json windowed = predict_json(options + kUbq);
     const json& p = plain.at("models").at(0);
     const json& w = windowed.at("models").at(0);
     EXPECT_EQ(windowed.at("settings").at("window").get<int>(), 153);
@@ -225,7 +228,10 @@ TEST(PredictWindows, TextAndCsvCarryTheWindowedCouplings) {
 
 TEST(PredictWindows, BadWindowsAreRefusedBeforeAnyOutput) {
   for (const std::string bad : {"4", "1", "0", "-3", "x", "3.5"}) {
-    const RunResult r = run_vorn("predict --window " + bad + " " + kUbq);
+    std::string args = "predict --window ";
+    args += bad;
+    args += " ";
+    const RunResult r = run_vorn(args + kUbq);
     EXPECT_EQ(r.status, 2) << bad;
     EXPECT_TRUE(r.out.empty()) << bad;
   }
