@@ -582,6 +582,90 @@ py::object predict(const py::object& input, const std::string& medium, double co
   return list;
 }
 
+// The local windows of one Structure (vorn predict --window): the model's
+// tensor, the tensor of every residue's window and the windowed couplings.
+py::dict window_result(const vorn::app::ModelPrediction& m) {
+  py::list windows;
+  for (const vorn::app::WindowTensor& w : m.windows) {
+    windows.append(py::dict("chain"_a = w.chain, "residue"_a = w.residue_number,
+                            "icode"_a = icode_text(w.insertion_code), "resname"_a = w.residue_name,
+                            "first_residue"_a = w.first_residue_number,
+                            "last_residue"_a = w.last_residue_number, "atoms_used"_a = w.atoms,
+                            "tensor"_a = py::cast(w.tensor)));
+  }
+  py::list couplings;
+  for (const vorn::app::PredictedCoupling& c : m.couplings) {
+    const vorn::CouplingSite& site = c.site;
+    couplings.append(py::dict("chain"_a = site.chain, "residue"_a = site.residue_number,
+                              "icode"_a = icode_text(site.insertion_code),
+                              "resname"_a = site.residue_name, "type"_a = site.type,
+                              "atom1"_a = site.atom1, "atom2"_a = site.atom2,
+                              "predicted_hz"_a = c.predicted_hz, "dmax_hz"_a = c.dmax_hz,
+                              "built_hydrogen"_a = site.built_hydrogen));
+  }
+  return py::dict("model"_a = m.model, "tensor"_a = py::cast(m.tensor), "windows"_a = windows,
+                  "couplings"_a = couplings);
+}
+
+py::object predict_windows(
+    const py::object& input, int window, const std::string& medium, double concentration,
+    double molar_ratio, const std::optional<double>& obstacle_dimension,
+    const std::optional<double>& atom_radius, double grid_spacing, double order_parameter,
+    const py::object& sampling, const std::optional<std::string>& select,
+    const std::optional<int>& threads, const std::optional<double>& charge_density,
+    double ionic_strength, double ph, double temperature,
+    const std::optional<std::string>& potential, const std::optional<double>& obstacle_radius,
+    const py::object& charges, bool add_hydrogens) {
+  if (window < 3 || window % 2 == 0) {
+    throw py::value_error("window: must be an odd number of residues, at least 3 (got " +
+                          std::to_string(window) + ")");
+  }
+  const MediumArguments medium_arguments{medium,      charge_density, ionic_strength,  ph,
+                                         temperature, potential,      obstacle_radius, charges};
+  vorn::app::PredictSettings settings =
+      predict_settings(medium_arguments, concentration, molar_ratio, obstacle_dimension,
+                       atom_radius, grid_spacing, order_parameter, sampling, threads);
+  settings.add_hydrogens = add_hydrogens;
+  settings.window = window;
+  std::vector<StructurePtr> structures;
+  const bool several = !py::isinstance<Structure>(input);
+  if (!several) {
+    structures.push_back(input.cast<StructurePtr>());
+  } else if (py::isinstance<py::list>(input) || py::isinstance<py::tuple>(input)) {
+    std::size_t k = 0;
+    for (const py::handle item : input) {
+      if (!py::isinstance<Structure>(item)) {
+        throw py::type_error("item " + std::to_string(k) +
+                             ": expected a Structure (windows need residues), got " +
+                             type_name(item));
+      }
+      structures.push_back(item.cast<StructurePtr>());
+      ++k;
+    }
+  } else {
+    throw py::type_error(
+        "expected a Structure or a list of Structures (windows need residues), got " +
+        type_name(input));
+  }
+  std::vector<vorn::app::ModelPrediction> predictions;
+  {
+    py::gil_scoped_release release;
+    vorn::app::read_charges(settings);
+    const vorn::PredictionContext context(settings.sampling, settings.threads);
+    for (const StructurePtr& s : structures) {
+      settings.selection = select ? parse_selection(*select) : s->selection;
+      settings.read.keep_hydrogens = s->keep_hydrogens;
+      const vorn::io::Model model{s->model, s->atoms};
+      predictions.push_back(
+          vorn::app::predict_model(model, settings, context, context.threads(), s->file));
+    }
+  }
+  if (!several) return window_result(predictions.front());
+  py::list list;
+  for (const vorn::app::ModelPrediction& m : predictions) list.append(window_result(m));
+  return list;
+}
+
 // ---------------------------------------------------------------------------
 // Measured couplings
 
@@ -1240,6 +1324,27 @@ molecule's net_charge and charged_groups). Bad values raise ValueError.
 
 The orientation tables are built once per call; the models are predicted
 one after the other, each on all worker threads, with the GIL released.
+)doc");
+
+  m.def("predict_windows", &predict_windows, "structure"_a, "window"_a, "medium"_a = "bicelle",
+        "concentration"_a = 0.05, "molar_ratio"_a = 3.0, "obstacle_dimension"_a = py::none(),
+        "atom_radius"_a = py::none(), "grid_spacing"_a = 0.5, "order_parameter"_a = 0.8,
+        "sampling"_a = py::make_tuple(9, 18, 18), "select"_a = py::none(), "threads"_a = py::none(),
+        "charge_density"_a = py::none(), "ionic_strength"_a = charge_defaults.ionic_strength,
+        "ph"_a = vorn::app::PredictSettings{}.ph, "temperature"_a = charge_defaults.temperature,
+        "potential"_a = py::none(), "obstacle_radius"_a = py::none(), "charges"_a = py::none(),
+        "add_hydrogens"_a = false,
+        R"doc(Local alignment windows, as `vorn predict --window N` (docs/windows.md).
+
+For every residue i of every chain of a Structure, the tensor of the
+residues i-(N-1)/2 .. i+(N-1)/2 of its chain (truncated at the chain's ends,
+the window's own atoms only) predicts residue i's couplings. window: N, odd,
+at least 3. The other arguments are those of vorn.predict.
+
+Returns a dict per Structure (a list of them for a list): model, tensor
+(the whole molecule's Tensor), windows (a dict per residue: chain, residue,
+icode, resname, first_residue, last_residue, atoms_used, tensor) and
+couplings (as vorn.predict_couplings, each from its residue's window).
 )doc");
 
   m.def(

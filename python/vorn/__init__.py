@@ -13,6 +13,8 @@ The same engine as the `vorn` command line, from Python:
     tensors = vorn.predict(coordinates)                 # (n, 3) or (m, n, 3) float64
     charged = vorn.predict(models[0], medium="pf1")     # charged phage: a ChargedTensor
     print(charged.da_hz, charged.net_charge)
+    local = vorn.predict_windows(models[0], 15)         # local alignment windows
+    print(local["windows"][0]["tensor"].da_hz, local["couplings"][0]["predicted_hz"])
 
     sets = vorn.read_couplings("ubq.dc")                # measured couplings
     [result] = vorn.fit("1d3z.cif.gz", "ubq.dc", errors="montecarlo")
@@ -36,6 +38,7 @@ from ._vorn import (
     fit,
     predict,
     predict_couplings,
+    predict_windows,
     read_couplings,
     read_structure,
 )
@@ -49,6 +52,7 @@ __all__ = [
     "fit",
     "predict",
     "predict_couplings",
+    "predict_windows",
     "read_couplings",
     "read_structure",
 ]

@@ -211,26 +211,31 @@ ModelSaupe predict_model_saupe(std::span<const Vec3> steric, std::span<const Ato
   return result;
 }
 
-std::vector<Vec3> steric_atoms(const std::vector<Atom>& atoms, const PredictSettings& s) {
+std::vector<std::size_t> steric_atom_indices(const std::vector<Atom>& atoms,
+                                             const PredictSettings& s) {
   const auto wanted = [&](const Atom& a) {
     return s.selection == Selection::all || s.read.keep_hydrogens || !is_hydrogen(a);
   };
-  if (s.selection != Selection::surface) {
-    std::vector<Vec3> kept;
-    kept.reserve(atoms.size());
-    for (const Atom& a : atoms) {
-      if (wanted(a)) kept.push_back(a.position);
-    }
-    return kept;
-  }
-  std::vector<Atom> kept;
+  std::vector<std::size_t> kept;
   kept.reserve(atoms.size());
-  for (const Atom& a : atoms) {
-    if (wanted(a)) kept.push_back(a);
+  for (std::size_t i = 0; i < atoms.size(); ++i) {
+    if (wanted(atoms[i])) kept.push_back(i);
   }
-  std::vector<Vec3> surface;
-  for (std::size_t i : surface_atoms(kept)) surface.push_back(kept[i].position);
+  if (s.selection != Selection::surface) return kept;
+  std::vector<Atom> candidates;
+  candidates.reserve(kept.size());
+  for (const std::size_t i : kept) candidates.push_back(atoms[i]);
+  std::vector<std::size_t> surface;
+  for (const std::size_t i : surface_atoms(candidates)) surface.push_back(kept[i]);
   return surface;
+}
+
+std::vector<Vec3> steric_atoms(const std::vector<Atom>& atoms, const PredictSettings& s) {
+  std::vector<Vec3> positions;
+  const std::vector<std::size_t> kept = steric_atom_indices(atoms, s);
+  positions.reserve(kept.size());
+  for (const std::size_t i : kept) positions.push_back(atoms[i].position);
+  return positions;
 }
 
 Medium effective_medium(const PredictSettings& settings) {
@@ -288,7 +293,10 @@ ModelPrediction predict_model(const Model& model, const PredictSettings& setting
   const std::optional<AddedHydrogens> placed =
       placed_hydrogens(model.atoms, settings.add_hydrogens);
   const std::vector<Atom>& model_atoms = settings.add_hydrogens ? placed->atoms : model.atoms;
-  const std::vector<Vec3> atoms = steric_atoms(model_atoms, settings);
+  const std::vector<std::size_t> steric = steric_atom_indices(model_atoms, settings);
+  std::vector<Vec3> atoms;
+  atoms.reserve(steric.size());
+  for (const std::size_t i : steric) atoms.push_back(model_atoms[i].position);
   if (atoms.empty()) {
     throw InputError(path + ": model " + std::to_string(model.number) +
                      " has no atom left after the selection");
@@ -305,6 +313,11 @@ ModelPrediction predict_model(const Model& model, const PredictSettings& setting
   m.charged_groups = saupe.charged_groups;
   ModelCouplings couplings = backbone_couplings(model.atoms, placed, m.tensor.saupe);
   m.couplings = std::move(couplings.couplings);
+  if (settings.window > 0) {
+    m.windows =
+        predict_model_windows(model_atoms, steric, settings, context, threads, model.number, path);
+    apply_windows(m.couplings, m.windows);
+  }
   m.hydrogens_placed = placed.has_value();
   m.built_hydrogens = couplings.built_hydrogens;
   m.unplaced_hydrogens = couplings.unplaced_hydrogens;

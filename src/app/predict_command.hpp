@@ -81,6 +81,9 @@ struct PredictSettings {
   // The running mean and standard error of the coupling whose mean has the
   // largest standard error, against the number of models (vorn predict).
   std::string plot_convergence_file;
+  // Above 0: local alignment windows of this many residues (odd, at least
+  // 3): the couplings of each residue come from the tensor of its window.
+  int window = 0;
 };
 
 // The fewest models a convergence test trusts: block averaging needs a few
@@ -91,6 +94,17 @@ struct PredictedCoupling {
   CouplingSite site;
   double dmax_hz = 0.0;
   double predicted_hz = 0.0;
+};
+
+// The tensor of the window centred on one residue (vorn predict --window).
+struct WindowTensor {
+  std::string chain;
+  int residue_number = 0;
+  char insertion_code = ' ';
+  std::string residue_name;
+  int first_residue_number = 0, last_residue_number = 0;  // the window's ends
+  int atoms = 0;                                          // atoms in its steric model
+  AlignmentTensor tensor;
 };
 
 struct ModelPrediction {
@@ -111,6 +125,10 @@ struct ModelPrediction {
   double net_charge = 0.0;
   int charged_groups = 0;
   Vec3 centre;  // mean position of the atoms read (hydrogens included)
+  // With a window: one tensor per residue of every chain, in chain order;
+  // the couplings above then come from these, the tensor from the whole
+  // molecule.
+  std::vector<WindowTensor> windows;
 };
 
 struct EnsembleCoupling {
@@ -246,6 +264,27 @@ ModelCouplings backbone_couplings(std::span<const Atom> atoms,
 // The atoms of the steric model by the selection rule (hydrogens only with
 // keep_hydrogens or the "all" selection; surface: the classic rule).
 std::vector<Vec3> steric_atoms(const std::vector<Atom>& atoms, const PredictSettings& settings);
+// The same as indices into `atoms`, in their order.
+std::vector<std::size_t> steric_atom_indices(const std::vector<Atom>& atoms,
+                                             const PredictSettings& settings);
+
+// The local windows of settings.window residues over every chain of a model
+// (window_prediction.cpp): `atoms` are the model's atoms (hydrogens placed
+// where they stand for read ones), `steric` the indices of its steric
+// model. A window holds the steric atoms of its residues, and with a
+// charged medium the charges of its residues' atoms. Residues are counted
+// in the order they appear in their chain. Throws InputError or vorn::Error.
+std::vector<WindowTensor> predict_model_windows(const std::vector<Atom>& atoms,
+                                                std::span<const std::size_t> steric,
+                                                const PredictSettings& settings,
+                                                const PredictionContext& context, int threads,
+                                                int model, const std::string& path);
+
+// Replaces the prediction of every coupling by that of its residue's window
+// (matched by chain, residue number and insertion code). Throws vorn::Error
+// for a coupling whose residue has no window.
+void apply_windows(std::vector<PredictedCoupling>& couplings,
+                   std::span<const WindowTensor> windows);
 
 // The mean position of the atoms; the origin for none.
 Vec3 mean_position(std::span<const Atom> atoms);

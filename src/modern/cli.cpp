@@ -478,6 +478,22 @@ int run_cli(int argc, char** argv, const CommandRunners& runners, const FrontEnd
       ->check(CLI::PositiveNumber)
       ->group("Ensemble");
   predict
+      ->add_option("--window", predict_settings.window,
+                   "predict each residue's couplings from the tensor of the N residues around it "
+                   "(odd, at least 3; truncated at the chain's ends)")
+      ->type_name("N")
+      ->check(CLI::Validator(
+          [](const std::string& text) -> std::string {
+            int n = 0;
+            char extra = 0;
+            if (std::sscanf(text.c_str(), "%d%c", &n, &extra) != 1 || n < 3 || n % 2 == 0) {
+              return "a window is an odd number of residues, at least 3 (got '" + text + "')";
+            }
+            return "";
+          },
+          "ODD>=3"))
+      ->group("Ensemble");
+  predict
       ->add_option("--plot-convergence", predict_settings.plot_convergence_file,
                    "running mean of the least converged coupling with its standard error band "
                    "against the number of models: FILE.svg, .pdf or .png")

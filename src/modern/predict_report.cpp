@@ -152,7 +152,26 @@ std::string model_json(const ModelPrediction& m, bool charged) {
     out.raw(",\"built_hydrogen\":").boolean(s.built_hydrogen).raw("}");
     first = false;
   }
-  out.raw("]}");
+  out.raw("]");
+  if (!m.windows.empty()) {
+    out.raw(",\"windows\":[");
+    first = true;
+    for (const WindowTensor& w : m.windows) {
+      out.raw(first ? "{\"chain\":" : ",{\"chain\":").string(w.chain);
+      out.raw(",\"residue\":").integer(w.residue_number);
+      out.raw(",\"icode\":").string(icode_text(w.insertion_code));
+      out.raw(",\"resname\":").string(w.residue_name);
+      out.raw(",\"first_residue\":").integer(w.first_residue_number);
+      out.raw(",\"last_residue\":").integer(w.last_residue_number);
+      out.raw(",\"atoms_used\":").integer(w.atoms);
+      out.raw(",\"saupe\":").numbers(w.tensor.saupe);
+      out.raw(",\"da_hz\":").number(w.tensor.da_hz);
+      out.raw(",\"rhombicity\":").number(w.tensor.rhombicity).raw("}");
+      first = false;
+    }
+    out.raw("]");
+  }
+  out.raw("}");
   return out.take();
 }
 
@@ -241,6 +260,7 @@ json settings_json(const PredictSettings& s) {
   j["chains"] = s.read.chains;
   j["exclude"] = s.read.exclude;
   j["models"] = s.read.models;
+  if (s.window > 0) j["window"] = s.window;
   return j;
 }
 
@@ -323,11 +343,12 @@ std::string PredictReport::begin_file(const std::string& file, const std::string
   const std::string charge = medium_text(settings_);
   return fmt::format(
       "{}{} ({})\nmedium {} {:g} g/ml, molar ratio {:g}, obstacle {:g} A, {}atom radius {:g} A, "
-      "grid {:g} A, sampling {},{},{}, order parameter {:g}, atoms: {}\n",
+      "grid {:g} A, sampling {},{},{}, order parameter {:g}, atoms: {}{}\n",
       first_file ? "" : "\n", file, format, medium_label(settings_), m.concentration, m.molar_ratio,
       m.obstacle(), charge.empty() ? "" : charge + ", ", effective_atom_radius(settings_),
       m.grid_spacing, settings_.sampling.theta, settings_.sampling.phi, settings_.sampling.psi,
-      m.order_parameter, selection_name(settings_.selection));
+      m.order_parameter, selection_name(settings_.selection),
+      settings_.window > 0 ? fmt::format(", window {} residues", settings_.window) : "");
 }
 
 std::string PredictReport::model(const ModelPrediction& p, const std::string& file) const {
@@ -390,6 +411,20 @@ std::string PredictReport::model(const ModelPrediction& p, const std::string& fi
     out += fmt::format(
         "  no amide hydrogens in the structure: {} built on the C'-N-CA bisector at 1.02 A\n",
         p.built_hydrogens);
+  }
+  if (!p.windows.empty()) {
+    out += fmt::format(
+        "  couplings from windows of {} residues (the tensor above is the whole molecule's)\n",
+        settings_.window);
+    out += fmt::format("  {:<5} {:>6} {:<4} {:>11} {:>6} {:>10} {:>7}\n", "chain", "resid", "res",
+                       "window", "atoms", "Da (Hz)", "R");
+    for (const WindowTensor& w : p.windows) {
+      out += fmt::format("  {:<5} {:>6} {:<4} {:>11} {:>6} {:>10.2f} {:>7.3f}\n", w.chain,
+                         std::to_string(w.residue_number) + icode_text(w.insertion_code),
+                         w.residue_name,
+                         fmt::format("{}-{}", w.first_residue_number, w.last_residue_number),
+                         w.atoms, w.tensor.da_hz, w.tensor.rhombicity);
+    }
   }
   out += fmt::format("  {:<5} {:>6} {:<4} {:<6} {:<5} {:<5} {:>10}\n", "chain", "resid", "res",
                      "type", "atom1", "atom2", "D (Hz)");

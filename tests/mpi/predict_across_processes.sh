@@ -6,7 +6,8 @@
 #
 # identical: JSON, CSV and text of an mmCIF entry, of a 40-model PDB file
 #   made here, of both files at once, of model selections with fewer models
-#   than processes, of a DCD trajectory with frame selections, of a charged medium (the models' charges), with
+#   than processes, of a DCD trajectory with frame selections, of a charged medium (the models' charges),
+#   of local windows (--window, also charged), with
 #   --output, and the pictures (--plot-axes, --tensor-script); vorn-mpi fit
 #   against vorn fit.
 # error: a file with a malformed record in one model (met by the first
@@ -130,6 +131,20 @@ identical() {
       compare_run "$format pf1" "$np" 1 --format "$format" --medium pf1 --sampling 4,8,8 "$cif"
     done
   done
+
+  # Local windows: each model's windowed couplings and window tensors.
+  for format in json text; do
+    "$vorn" predict --format "$format" --window 7 --sampling 4,8,8 "$pdb40" \
+      > "$work/expected.out" || fail "vorn predict --window 7 $format: status $?"
+    for np in 1 2 3; do
+      compare_run "$format --window 7" "$np" 1 --format "$format" --window 7 --sampling 4,8,8 \
+        "$pdb40"
+    done
+  done
+  "$vorn" predict --format json --window 5 --medium pf1 --sampling 4,8,8 --threads 2 "$cif" \
+    > "$work/expected.out" || fail "vorn predict --window 5 --medium pf1: status $?"
+  compare_run "json --window 5 pf1" 3 2 --format json --window 5 --medium pf1 --sampling 4,8,8 \
+    "$cif"
 
   # fit runs on the first process alone: the same report as vorn fit.
   local couplings=$data/../couplings/ubq_2mjb_t500_bicelleA.dc

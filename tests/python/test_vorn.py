@@ -628,3 +628,47 @@ def test_help_reads_well():
     assert "[vorn.Structure]" in vorn.read_structure.__doc__
     assert "_vorn" not in vorn.fit.__doc__
     assert vorn.__version__.count(".") == 2
+
+
+# Local alignment windows against `vorn predict --window`.
+@pytest.mark.parametrize("medium", ["bicelle", "pf1"])
+def test_predict_windows_matches_command_line(binary, medium):
+    doc = run_json(binary, "predict", "--window", "7", "--medium", medium,
+                   "--sampling", "5,9,9", PDB)
+    [structure] = vorn.read_structure(PDB)
+    result = vorn.predict_windows(structure, 7, medium=medium, sampling=(5, 9, 9))
+    expected = doc["models"][0]
+    assert result["model"] == expected["model"]
+    assert_tensor_equal(result["tensor"], expected["tensor"])
+    assert len(result["windows"]) == len(expected["windows"]) == 76
+    for mine, theirs in zip(result["windows"], expected["windows"]):
+        for key in ("chain", "residue", "icode", "resname", "first_residue", "last_residue",
+                    "atoms_used"):
+            assert mine[key] == theirs[key], key
+        assert mine["tensor"].saupe.tolist() == theirs["saupe"]
+        assert mine["tensor"].da_hz == theirs["da_hz"]
+    assert len(result["couplings"]) == len(expected["couplings"]) > 0
+    for mine, theirs in zip(result["couplings"], expected["couplings"]):
+        assert {k: mine[k] for k in COUPLING_KEYS} == {k: theirs[k] for k in COUPLING_KEYS}
+
+
+def test_predict_windows_of_a_whole_chain_are_the_molecule(ubq_models):
+    # A window longer than twice the chain holds every residue.
+    result = vorn.predict_windows(ubq_models[0], 153, sampling=(5, 9, 9))
+    whole = vorn.predict(ubq_models[0], sampling=(5, 9, 9))
+    assert_same_tensor(result["tensor"], whole)
+    for w in result["windows"]:
+        assert np.array_equal(w["tensor"].saupe, whole.saupe)
+    many = vorn.predict_windows(ubq_models[:2], 5, sampling=(5, 9, 9))
+    assert [m["model"] for m in many] == [ubq_models[0].model, ubq_models[1].model]
+
+
+@pytest.mark.parametrize("window", [4, 1, 0, -3])
+def test_predict_windows_refuses_bad_windows(ubq_models, window):
+    with pytest.raises(ValueError, match="odd number of residues"):
+        vorn.predict_windows(ubq_models[0], window)
+
+
+def test_predict_windows_needs_structures():
+    with pytest.raises(TypeError, match="windows need residues"):
+        vorn.predict_windows(np.zeros((5, 3)), 5)
