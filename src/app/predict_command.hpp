@@ -81,6 +81,10 @@ struct PredictSettings {
   // The running mean and standard error of the coupling whose mean has the
   // largest standard error, against the number of models (vorn predict).
   std::string plot_convergence_file;
+  // Each coupling's prediction (over an ensemble its mean, with its
+  // standard error) against the residue number, a panel per type.
+  std::string plot_sequence_file;
+  std::vector<std::string> plot_sequence_types;  // the panels shown (every type when empty)
   // Above 0: local alignment windows of this many residues (odd, at least
   // 3): the couplings of each residue come from the tensor of its window.
   int window = 0;

@@ -494,6 +494,33 @@ int run_cli(int argc, char** argv, const CommandRunners& runners, const FrontEnd
           "ODD>=3"))
       ->group("Ensemble");
   predict
+      ->add_option("--plot-sequence", predict_settings.plot_sequence_file,
+                   "predicted couplings along the sequence, a panel per type (ensembles: the "
+                   "mean with its standard error): FILE.svg, .pdf or .png")
+      ->group("Output");
+  predict
+      ->add_option_function<std::string>(
+          "--plot-types",
+          [&predict_settings](const std::string& list) {
+            // One comma-separated value, so that the files after it stay
+            // positional.
+            for (std::size_t at = 0; at <= list.size();) {
+              const std::size_t comma = std::min(list.find(',', at), list.size());
+              const std::string type = list.substr(at, comma - at);
+              if (type != "N-H" && type != "CA-HA" && type != "CA-C" && type != "C-N" &&
+                  type != "C-HN") {
+                throw CLI::ValidationError("--plot-types", "'" + type +
+                                                               "' is not a coupling type (N-H, "
+                                                               "CA-HA, CA-C, C-N, C-HN)");
+              }
+              predict_settings.plot_sequence_types.push_back(type);
+              at = comma + 1;
+            }
+          },
+          "the coupling types of --plot-sequence, e.g. N-H,CA-HA (default: all)")
+      ->type_name("TYPES")
+      ->group("Output");
+  predict
       ->add_option("--plot-convergence", predict_settings.plot_convergence_file,
                    "running mean of the least converged coupling with its standard error band "
                    "against the number of models: FILE.svg, .pdf or .png")

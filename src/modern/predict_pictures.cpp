@@ -1,11 +1,14 @@
 #include "modern/predict_pictures.hpp"
 
+#include <algorithm>
 #include <filesystem>
+#include <stdexcept>
 
 #include "modern/axes_plot.hpp"
 #include "modern/convergence_plot.hpp"
 #include "modern/fit_plot.hpp"
 #include "modern/plot_support.hpp"
+#include "modern/sequence_plot.hpp"
 #include "vorn/statistics.hpp"
 
 namespace vorn::modern {
@@ -14,15 +17,19 @@ PredictPictures::PredictPictures(const app::PredictSettings& settings, std::size
     : axes_path_(settings.plot_axes_file),
       script_path_(settings.tensor_script_file),
       convergence_path_(settings.plot_convergence_file),
+      sequence_path_(settings.plot_sequence_file),
       medium_(app::medium_label(settings)),
+      window_(settings.window),
+      sequence_types_(settings.plot_sequence_types),
       files_(files) {
   if (!axes_path_.empty()) plot::check_picture_path(axes_path_, "axes plot");
   if (!script_path_.empty()) check_tensor_script_path(script_path_);
   if (!convergence_path_.empty()) plot::check_picture_path(convergence_path_, "convergence plot");
+  if (!sequence_path_.empty()) plot::check_picture_path(sequence_path_, "sequence plot");
 }
 
 void PredictPictures::add(const app::ModelPrediction& model) {
-  if (!convergence_path_.empty()) {
+  if (!convergence_path_.empty() || !sequence_path_.empty()) {
     for (const app::PredictedCoupling& c : model.couplings) {
       const CouplingSite& s = c.site;
       std::string name = s.chain + " " + std::to_string(s.residue_number);
@@ -31,6 +38,7 @@ void PredictPictures::add(const app::ModelPrediction& model) {
       const auto [it, added] = coupling_index_.try_emplace(name, coupling_names_.size());
       if (added) {
         coupling_names_.push_back(name);
+        coupling_places_.push_back({s.type, s.residue_number});
         coupling_values_.emplace_back();
       }
       coupling_values_[it->second].push_back(static_cast<float>(c.predicted_hz));
@@ -80,9 +88,48 @@ void PredictPictures::end_file(std::size_t index, const std::string& file) {
     write_convergence_plot(path_of(convergence_path_), series,
                            "convergence, " + name + " (" + medium_ + ")");
   }
+  if (!sequence_path_.empty() && !coupling_values_.empty())
+    write_sequence(path_of(sequence_path_), name);
   coupling_index_.clear();
   coupling_names_.clear();
+  coupling_places_.clear();
   coupling_values_.clear();
+}
+
+void PredictPictures::write_sequence(const std::string& path, const std::string& name) const {
+  // A panel per type, in the order the types first appear; each coupling's
+  // mean over the models that have it, with its block-averaging standard
+  // error where there are several.
+  std::vector<SequencePanel> panels;
+  std::map<std::string, std::size_t> panel_of;
+  std::size_t most_models = 0;
+  for (std::size_t i = 0; i < coupling_values_.size(); ++i) {
+    if (!sequence_types_.empty() && std::find(sequence_types_.begin(), sequence_types_.end(),
+                                              coupling_places_[i].type) == sequence_types_.end()) {
+      continue;
+    }
+    const auto [it, added] = panel_of.try_emplace(coupling_places_[i].type, panels.size());
+    if (added) panels.push_back({coupling_places_[i].type, {}, {}, {}, {}, {}});
+    SequencePanel& panel = panels[it->second];
+    BlockAverage block;
+    for (float v : coupling_values_[i]) block.add(v);
+    panel.residue.push_back(coupling_places_[i].residue);
+    panel.measured_hz.push_back(block.mean());
+    panel.error_hz.push_back(coupling_values_[i].size() > 1 ? block.se() : 0.0);
+    most_models = std::max(most_models, coupling_values_[i].size());
+  }
+  SequencePlotOptions options;
+  options.title = "predicted couplings, " + name + " (" + medium_ +
+                  (window_ > 0 ? ", windows of " + std::to_string(window_) + " residues" : "") +
+                  ")";
+  if (panels.empty()) {
+    throw std::runtime_error(path +
+                             ": none of the couplings predicted is of the types of --plot-types");
+  }
+  options.measured_label =
+      most_models > 1 ? "mean of " + std::to_string(most_models) + " models" : "predicted";
+  if (most_models > 1) options.legend_notes.push_back("error: block-averaging standard error");
+  write_sequence_plot(path, panels, options);
 }
 
 }  // namespace vorn::modern

@@ -1,6 +1,6 @@
 // The pictures of `vorn predict`: the principal axes of every model on the
-// sphere and on the molecule, and the convergence of the ensemble mean, one
-// file of each per input file.
+// sphere and on the molecule, the couplings along the sequence and the
+// convergence of the ensemble mean, one file of each per input file.
 #pragma once
 
 #include <map>
@@ -27,14 +27,25 @@ class PredictPictures {
   void end_file(std::size_t index, const std::string& file);
 
  private:
-  std::string axes_path_, script_path_, convergence_path_;
+  // A coupling's type and residue, for the sequence plot.
+  struct CouplingPlace {
+    std::string type;
+    int residue = 0;
+  };
+  void write_sequence(const std::string& path, const std::string& name) const;
+
+  std::string axes_path_, script_path_, convergence_path_, sequence_path_;
   std::string medium_;
+  int window_ = 0;
+  std::vector<std::string> sequence_types_;
   std::size_t files_;
   std::vector<ScriptTensor> models_;
-  // Each coupling's value in every model, for the convergence plot (single
-  // precision: the plot needs no more), by order of first appearance.
+  // Each coupling's value in every model, for the convergence and sequence
+  // plots (single precision: a plot needs no more), by order of first
+  // appearance.
   std::map<std::string, std::size_t> coupling_index_;
   std::vector<std::string> coupling_names_;
+  std::vector<CouplingPlace> coupling_places_;
   std::vector<std::vector<float>> coupling_values_;
 };
 

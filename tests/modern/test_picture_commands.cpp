@@ -498,6 +498,110 @@ TEST_F(PictureCommand, OnePredictedModelAndSeveralFiles) {
   EXPECT_TRUE(fs::exists(file("one_2.bild")));
 }
 
+// ---------------------------------------------------------------------------
+// vorn predict --plot-sequence
+
+// The discs of a predicted sequence plot against the JSON: one per coupling
+// of the types shown, on a line of the mean (or the one model's value) and
+// of the residue; with several models a vertical bar of mean -/+ standard
+// error through each.
+TEST_F(PictureCommand, PredictedCouplingsAlongTheSequence) {
+  const std::string svg = file("predicted_sequence.svg");
+  const json doc = run_json("predict -q --sampling 4,8,8 --plot-sequence " + quoted(svg) +
+                            " --plot-types N-H,CA-C " + quoted(kPdb10));
+  ASSERT_TRUE(fs::exists(svg));
+  EXPECT_TRUE(test::xmllint_accepts(VORN_XMLLINT, svg));
+  std::vector<const json*> shown[2];
+  for (const json& c : doc.at("ensemble").at("couplings")) {
+    if (c.at("type") == "N-H") shown[0].push_back(&c);
+    if (c.at("type") == "CA-C") shown[1].push_back(&c);
+  }
+  // The ensemble's order is the first model's: N-H is the first of the two
+  // types to appear (residue 1 has CA-C but no N-H: it comes first).
+  const std::size_t first = shown[0].front() < shown[1].front() ? 0 : 1;
+  const std::string text = test::read_text_file(svg);
+  const auto lines = test::svg_polylines(text);
+  const auto discs = test::filled_shapes(lines, kBlack, 16);
+  ASSERT_EQ(discs.size(), shown[0].size() + shown[1].size());
+  const std::vector<std::string> texts = test::svg_texts(text);
+  EXPECT_EQ(std::count(texts.begin(), texts.end(), "N-H (Hz)"), 1);
+  EXPECT_EQ(std::count(texts.begin(), texts.end(), "CA-C (Hz)"), 1);
+  EXPECT_EQ(std::count(texts.begin(), texts.end(), "CA-HA (Hz)"), 0);
+  EXPECT_EQ(std::count(texts.begin(), texts.end(),
+                       "mean of 10 models \u00B1 error (n = " + std::to_string(discs.size()) + ")"),
+            1);
+  std::size_t at = 0;
+  for (std::size_t panel : {first, 1 - first}) {
+    SCOPED_TRACE(panel);
+    std::vector<double> mean, y, residue, x;
+    for (std::size_t i = 0; i < shown[panel].size(); ++i) {
+      mean.push_back(shown[panel][i]->at("predicted_hz_mean").get<double>());
+      residue.push_back(shown[panel][i]->at("residue").get<double>());
+      y.push_back(discs[at + i].centre().y);
+      x.push_back(discs[at + i].centre().x);
+    }
+    const auto scale = test::fit_line(mean, y);
+    EXPECT_GT(scale[1], 0.0);
+    EXPECT_LT(scale[2], 0.02);
+    EXPECT_LT(test::fit_line(residue, x)[2], 0.02);
+    // Every disc has its bar: a vertical black line through it from mean -
+    // se to mean + se (tick marks on the axes are vertical lines too; a
+    // disc's centre, the mean of its rounded corners, can be 0.02 off).
+    int bars = 0;
+    for (std::size_t i = 0; i < shown[panel].size(); ++i) {
+      const test::Point c = discs[at + i].centre();
+      const double se = shown[panel][i]->at("predicted_hz_se").get<double>();
+      const double want_lo = scale[0] + scale[1] * (mean[i] - se);
+      const double want_hi = scale[0] + scale[1] * (mean[i] + se);
+      for (const SvgPolyline& l : lines) {
+        if (l.filled() || l.stroke != kBlack || l.points.size() != 2 ||
+            std::fabs(l.points[0].x - c.x) > 0.05 || l.points[0].x != l.points[1].x)
+          continue;
+        const double lo = std::min(l.points[0].y, l.points[1].y);
+        const double hi = std::max(l.points[0].y, l.points[1].y);
+        if (std::fabs(lo - want_lo) < 0.03 && std::fabs(hi - want_hi) < 0.03) {
+          ++bars;
+          break;
+        }
+      }
+    }
+    EXPECT_EQ(bars, static_cast<int>(shown[panel].size()));
+    at += shown[panel].size();
+  }
+}
+
+TEST_F(PictureCommand, OnePredictedModelAlongTheSequenceHasNoBars) {
+  const std::string svg = file("one_model.svg");
+  const json doc = run_json("predict -q --sampling 4,8,8 --models 2 --plot-sequence " +
+                            quoted(svg) + " --plot-types N-H " + quoted(kPdb10));
+  const json& couplings = doc.at("models").at(0).at("couplings");
+  std::vector<double> value, y;
+  const auto lines = test::svg_polylines(test::read_text_file(svg));
+  const auto discs = test::filled_shapes(lines, kBlack, 16);
+  for (const json& c : couplings) {
+    if (c.at("type") != "N-H") continue;
+    value.push_back(c.at("predicted_hz").get<double>());
+    y.push_back(discs.at(value.size() - 1).centre().y);
+  }
+  ASSERT_EQ(discs.size(), value.size());
+  EXPECT_LT(test::fit_line(value, y)[2], 0.02);
+  for (const SvgPolyline& l : lines) {
+    if (l.filled() || l.stroke != kBlack || l.points.size() != 2 || l.points[0].x != l.points[1].x)
+      continue;
+    // No bar through a disc (tick marks on the axes are vertical lines too).
+    const double lo = std::min(l.points[0].y, l.points[1].y);
+    const double hi = std::max(l.points[0].y, l.points[1].y);
+    for (const auto& d : discs) {
+      const test::Point c = d.centre();
+      EXPECT_FALSE(std::fabs(l.points[0].x - c.x) <= 0.05 && lo < c.y && c.y < hi);
+    }
+  }
+  const std::vector<std::string> texts = test::svg_texts(test::read_text_file(svg));
+  EXPECT_EQ(std::count(texts.begin(), texts.end(),
+                       "predicted (n = " + std::to_string(value.size()) + ")"),
+            1);
+}
+
 TEST_F(PictureCommand, APictureFileOfNoFormatFailsBeforeAnyOutput) {
   const std::string out = file("out.json");
   for (const std::string& args :
@@ -509,6 +613,8 @@ TEST_F(PictureCommand, APictureFileOfNoFormatFailsBeforeAnyOutput) {
             quoted(kPdb10) + " " + quoted(kDc),
         "predict -o " + quoted(out) + " --plot-axes " + quoted(file("x")) + " " + quoted(kPdb10),
         "predict -o " + quoted(out) + " --tensor-script " + quoted(file("x.py")) + " " +
+            quoted(kPdb10),
+        "predict -o " + quoted(out) + " --plot-sequence " + quoted(file("x.gif")) + " " +
             quoted(kPdb10)}) {
     SCOPED_TRACE(args);
     const RunResult r = run_vorn(args);
@@ -517,7 +623,7 @@ TEST_F(PictureCommand, APictureFileOfNoFormatFailsBeforeAnyOutput) {
     EXPECT_NE(r.err.find("extension"), std::string::npos) << r.err;
     EXPECT_FALSE(fs::exists(out));
   }
-  for (const char* name : {"x.jpg", "x.eps", "x.cxc", "x", "x.py"})
+  for (const char* name : {"x.jpg", "x.eps", "x.cxc", "x", "x.py", "x.gif"})
     EXPECT_FALSE(fs::exists(file(name)));
 }
 
