@@ -37,9 +37,10 @@ struct ReadOptions {
   // stride >= 1 and 0 <= offset < stride.
   int stride = 1;
   int offset = 0;
-  // A DCD trajectory of the file: its frames are the models (numbered 1, 2,
-  // ... in the trajectory), with the atoms of the file's first model in the
-  // same order, whose coordinates they replace. Frames first, first + step,
+  // A trajectory (DCD, XTC or TRR) of the file: its frames are the models
+  // (numbered 1, 2, ... in the trajectory), with the atoms of the file's
+  // first model in the same order, whose coordinates they replace. The file
+  // (the topology) is a PDB, mmCIF or GROMACS .gro file. Frames first, first + step,
   // ... up to last (0: the end) are selected.
   std::string trajectory;
   long first_frame = 1;
@@ -76,7 +77,7 @@ std::string format_model_list(std::span<const int> numbers);
 // last: to the end) into `options`. Throws InputError.
 void parse_frame_range(const std::string& text, ReadOptions& options);
 
-// True for the name of a trajectory file (".dcd", any case).
+// True for the name of a trajectory file (".dcd", ".xtc", ".trr", any case).
 bool is_trajectory_file(const std::string& path);
 
 // Reads a coordinate file model by model. PDB files are streamed: only the
@@ -114,7 +115,7 @@ class StructureReader {
   Model parse(UnparsedModel&& model) const;
 
   Format format() const;
-  std::string format_name() const;  // "PDB" or "mmCIF"; "DCD" for a trajectory
+  std::string format_name() const;  // "PDB" or "mmCIF"; "DCD", "XTC" or "TRR" for a trajectory
 
  private:
   struct Impl;
