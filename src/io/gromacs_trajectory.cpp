@@ -2,7 +2,9 @@
 
 #include <unistd.h>
 
+#include <bit>
 #include <cerrno>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -59,10 +61,19 @@ class XdrFile {
 
 // What the check of a file's frame headers found: the frames it holds whole
 // and, where it does not end cleanly after them, what is wrong with the next.
+// The bounds an XTC frame's header gives its compressed coordinates: every
+// coordinate times the precision, rounded, lies within them.
+struct CompressedBounds {
+  float precision = 0.0f;
+  std::int32_t low[3] = {};
+  std::int32_t high[3] = {};
+};
+
 struct FrameScan {
   long complete = 0;
   int atoms = 0;
-  std::string damage;  // "frame N: what"; empty for a clean end
+  std::string damage;                    // "frame N: what"; empty for a clean end
+  std::vector<CompressedBounds> bounds;  // XTC of more than nine atoms: per frame
 };
 
 std::string frame_text(long number) { return "frame " + std::to_string(number) + ": "; }
@@ -101,9 +112,22 @@ FrameScan scan_xtc(const std::string& path) {
     std::uint64_t payload = 12 * static_cast<std::uint64_t>(atoms);
     if (atoms > 9) {
       if (file.left() < 36) return damaged("header cut short (truncated?)");
-      file.skip(4 + 24 + 4);  // precision, bounds, small index
+      CompressedBounds b;
+      b.precision = std::bit_cast<float>(file.word());
+      for (std::int32_t& v : b.low) v = file.integer();
+      for (std::int32_t& v : b.high) v = file.integer();
+      file.skip(4);  // small index
       const std::int32_t bytes = file.integer();
-      if (bytes < 0) return damaged("invalid size of the compressed coordinates (corrupt?)");
+      if (!(b.precision > 0.0f) || b.low[0] > b.high[0] || b.low[1] > b.high[1] ||
+          b.low[2] > b.high[2]) {
+        return damaged("invalid precision or bounds of the coordinates (corrupt?)");
+      }
+      // No more than the library's decoder allocates for the frame (1.2
+      // times three integers per atom, as its writer does).
+      if (bytes < 0 || bytes > 12 * static_cast<std::int64_t>(atoms) * 6 / 5) {
+        return damaged("invalid size of the compressed coordinates (corrupt?)");
+      }
+      scan.bounds.push_back(b);
       payload = (static_cast<std::uint64_t>(bytes) + 3) / 4 * 4;
     }
     if (file.left() < payload) return damaged("coordinates cut short (truncated?)");
@@ -232,6 +256,24 @@ struct GromacsTrajectoryReader::Impl {
     return true;
   }
 
+  // The decoded coordinates of a compressed XTC frame within the bounds of
+  // its header (one unit of slack for the rounding): decoded garbage is
+  // refused.
+  void check_bounds() const {
+    if (scan.bounds.empty()) return;
+    const CompressedBounds& b = scan.bounds.at(static_cast<std::size_t>(frame - 1));
+    for (int i = 0; i < data.natoms; ++i) {
+      for (int k = 0; k < 3; ++k) {
+        const double scaled = std::round(static_cast<double>(data.x[i][k]) * b.precision);
+        if (!(scaled >= b.low[k] - 1.0 && scaled <= b.high[k] + 1.0)) {
+          throw InputError(path + ": " + frame_text(frame) + "coordinate of atom " +
+                           std::to_string(i + 1) +
+                           " outside the bounds of the frame's header (corrupt?)");
+        }
+      }
+    }
+  }
+
   bool first_read() {
     if (format != TrajectoryFormat::Trr) {
       return read_first_frame(environment, &status, path.c_str(), &data, TRX_NEED_X);
@@ -289,6 +331,7 @@ bool GromacsTrajectoryReader::next(std::vector<Vec3>& positions) {
   Impl& d = *impl_;
   if (!d.read()) return false;
   const auto n = static_cast<std::size_t>(d.scan.atoms);
+  d.check_bounds();
   positions.resize(n);
   for (std::size_t i = 0; i < n; ++i) {
     const auto& x = d.data.x[i];

@@ -248,6 +248,23 @@ TEST(GromacsTrajectory, BadFilesAreRefusedBeforeTheLibrarySeesThem) {
             bad2 + ": frame 2: no XTC magic number where the frame starts (corrupt?)");
 }
 
+// Compressed XTC coordinates changed behind a sound header: the decoded
+// values fall outside the bounds the header gives, and the frame is refused.
+TEST(GromacsTrajectory, DecodedXtcFrameOutsideItsBoundsIsRefused) {
+  std::string xtc = file_bytes(kXtc);
+  // Frame 1: 92 bytes of header, then its compressed block (byte count at
+  // offset 88), padded to 4.
+  const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(xtc[at]); };
+  const std::size_t count = (std::size_t{byte(88)} << 24) | (std::size_t{byte(89)} << 16) |
+                            (std::size_t{byte(90)} << 8) | byte(91);
+  const std::size_t second = 92 + (count + 3) / 4 * 4;
+  for (std::size_t k = second + 92 + 124; k < second + 92 + 134; ++k) xtc[k] ^= 0x5a;
+  const std::string bad = write_temp("vorn_flipped.xtc", xtc);
+  const std::string what = error_of(bad, TrajectoryFormat::Xtc);
+  EXPECT_EQ(what.rfind(bad + ": frame 2: coordinate of atom ", 0), 0u) << what;
+  EXPECT_NE(what.find(" outside the bounds of the frame's header (corrupt?)"), std::string::npos);
+}
+
 ReadOptions trajectory(const std::string& path) {
   ReadOptions options;
   options.keep_hydrogens = true;
