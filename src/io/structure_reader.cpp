@@ -501,24 +501,31 @@ struct StructureReader::Impl {
       out.number = static_cast<int>(number);
       out.parsed = false;
       out.atoms.clear();
-      out.records = topology.text;
-      out.lines = topology.lines;
-      // The coordinates at the PDB's own precision, through the records, so
-      // that the reading rules apply to a frame as to any model.
-      char field[32];
-      for (size_t i = 0; i < atom_records.size(); ++i) {
-        const Vec3& p = frame[i];
-        for (const double v : {p.x, p.y, p.z}) {
-          if (!(v > -999.9995 && v < 9999.9995)) {
-            throw InputError(options.trajectory + ": frame " + std::to_string(number) +
-                             ": coordinate " + std::to_string(v) + " of atom " +
-                             std::to_string(i + 1) + " outside the PDB range");
-          }
-        }
-        std::snprintf(field, sizeof field, "%8.3f%8.3f%8.3f", p.x, p.y, p.z);
-        out.records.replace(atom_records[i] + 30, 24, field, 24);
-      }
+      out.records.clear();
+      out.lines.clear();
+      // The records are written in parse(), on the thread that parses.
+      std::swap(out.frame, frame);
       return true;
+    }
+  }
+
+  // The topology's records with the coordinates of a frame, at the PDB's own
+  // precision, so that the reading rules apply to a frame as to any model.
+  void frame_records(UnparsedModel& model) const {
+    model.records = topology.text;
+    model.lines = topology.lines;
+    char field[32];
+    for (size_t i = 0; i < atom_records.size(); ++i) {
+      const Vec3& p = model.frame[i];
+      for (const double v : {p.x, p.y, p.z}) {
+        if (!(v > -999.9995 && v < 9999.9995)) {
+          throw InputError(options.trajectory + ": frame " + std::to_string(model.number) +
+                           ": coordinate " + std::to_string(v) + " of atom " +
+                           std::to_string(i + 1) + " outside the PDB range");
+        }
+      }
+      std::snprintf(field, sizeof field, "%8.3f%8.3f%8.3f", p.x, p.y, p.z);
+      model.records.replace(atom_records[i] + 30, 24, field, 24);
     }
   }
 
@@ -659,6 +666,7 @@ Model StructureReader::parse(UnparsedModel&& unparsed) const {
     return model;
   }
   const Impl& d = *impl_;
+  if (d.trajectory) d.frame_records(unparsed);
   try {
     // About one atom per record.
     model.atoms.reserve(unparsed.lines.size());

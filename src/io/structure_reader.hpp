@@ -64,6 +64,8 @@ struct UnparsedModel {
   std::vector<long> lines;        // PDB: the file line of each record
   std::vector<vorn::Atom> atoms;  // mmCIF: the atoms, already read
   bool parsed = false;            // true for mmCIF
+  std::vector<vorn::Vec3> frame;  // trajectory: the frame's coordinates, written into the
+                                  // topology's records by parse()
 };
 
 // "1,3-5" -> {1, 3, 4, 5}. Numbers are positive, ranges ascending, and no
