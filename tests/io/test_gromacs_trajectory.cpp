@@ -17,6 +17,7 @@
 
 #include "io/gromacs_trajectory.hpp"
 #include "io/structure_reader.hpp"
+#include "temp_dir_test.hpp"
 
 namespace {
 
@@ -56,11 +57,16 @@ std::string file_bytes(const std::string& path) {
   return {std::istreambuf_iterator<char>(in), {}};
 }
 
-std::string write_temp(const std::string& name, const std::string& bytes) {
-  const std::string path = (std::filesystem::temp_directory_path() / name).string();
-  std::ofstream(path, std::ios::binary) << bytes;
-  return path;
-}
+// The tests that write files, each in a directory of its own.
+class GromacsFiles : public vorn::test::TempDirTest {
+ protected:
+  GromacsFiles() : TempDirTest("vorn_gromacs_") {}
+  std::string write_temp(const std::string& name, const std::string& bytes) const {
+    std::string path = file(name);
+    std::ofstream(path, std::ios::binary) << bytes;
+    return path;
+  }
+};
 
 // XDR: big-endian 4-byte words.
 void put(std::string& out, std::uint32_t v) {
@@ -169,7 +175,7 @@ TEST(GromacsTrajectory, TrrFramesAreTheModelsToFloatPrecision) {
 }
 
 // Numbers chosen exact in float: nm become A (times 10).
-TEST(GromacsTrajectory, UnitsAndBoxOfSmallFiles) {
+TEST_F(GromacsFiles, UnitsAndBoxOfSmallFiles) {
   const std::vector<Vec3> first = {{0.5, -1.25, 2.0}, {0.125, 0.0, -0.75}};
   const std::vector<Vec3> second = {{1.5, 1.0, 0.25}, {-2.5, 3.0, 4.0}};
   for (const auto format : {TrajectoryFormat::Xtc, TrajectoryFormat::Trr}) {
@@ -195,7 +201,7 @@ TEST(GromacsTrajectory, UnitsAndBoxOfSmallFiles) {
   }
 }
 
-TEST(GromacsTrajectory, TruncatedFilesNameTheFrame) {
+TEST_F(GromacsFiles, TruncatedFilesNameTheFrame) {
   // XTC: cut inside frame 4's compressed coordinates; inside frame 1's
   // header (56 bytes, then 36 of the compressed layout).
   const std::string xtc = file_bytes(kXtc);
@@ -223,7 +229,7 @@ TEST(GromacsTrajectory, TruncatedFilesNameTheFrame) {
   EXPECT_EQ(shorter.complete_frames(), 2);
 }
 
-TEST(GromacsTrajectory, BadFilesAreRefusedBeforeTheLibrarySeesThem) {
+TEST_F(GromacsFiles, BadFilesAreRefusedBeforeTheLibrarySeesThem) {
   const std::string garbage = write_temp("vorn_garbage.xtc", std::string(500, 'x'));
   EXPECT_EQ(error_of(garbage, TrajectoryFormat::Xtc),
             garbage + ": not an XTC file (magic number 2021161080, expected 1995)");
@@ -250,7 +256,7 @@ TEST(GromacsTrajectory, BadFilesAreRefusedBeforeTheLibrarySeesThem) {
 
 // Compressed XTC coordinates changed behind a sound header: the decoded
 // values fall outside the bounds the header gives, and the frame is refused.
-TEST(GromacsTrajectory, DecodedXtcFrameOutsideItsBoundsIsRefused) {
+TEST_F(GromacsFiles, DecodedXtcFrameOutsideItsBoundsIsRefused) {
   std::string xtc = file_bytes(kXtc);
   // Frame 1: 92 bytes of header, then its compressed block (byte count at
   // offset 88), padded to 4.
@@ -353,7 +359,7 @@ TEST(Trajectory, AtomCountMismatchNamesBothFiles) {
   }
 }
 
-TEST(Trajectory, TruncatedTrajectoryAfterTheFramesBeforeIt) {
+TEST_F(GromacsFiles, TruncatedTrajectoryAfterTheFramesBeforeIt) {
   const std::string xtc = file_bytes(kXtc);
   const std::string cut = write_temp("vorn_cut_models.xtc", xtc.substr(0, xtc.size() - 10));
   StructureReader reader(kPdb, trajectory(cut));
