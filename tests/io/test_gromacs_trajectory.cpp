@@ -113,6 +113,34 @@ std::string trr_frame(const std::vector<Vec3>& nm, float box_nm) {
   return f;
 }
 
+// A double-precision TRR frame with box and coordinates (nm), velocities
+// too: 8-byte reals throughout.
+std::string trr_double_frame(const std::vector<Vec3>& nm, double box_nm) {
+  std::string f;
+  const auto put_double = [&f](double v) {
+    const auto bits = std::bit_cast<std::uint64_t>(v);
+    put(f, static_cast<std::uint32_t>(bits >> 32));
+    put(f, static_cast<std::uint32_t>(bits & 0xffffffffu));
+  };
+  put_int(f, 1993);
+  put_int(f, 13);
+  put_int(f, 12);
+  f += "GMX_trn_file";
+  const auto atoms = static_cast<std::int32_t>(nm.size());
+  const std::int32_t sizes[13] = {0, 0, 72, 0, 0, 0, 0, 24 * atoms, 24 * atoms, 0, atoms, 0, 0};
+  for (const std::int32_t s : sizes) put_int(f, s);
+  put_double(0.0);  // time
+  put_double(0.0);  // lambda
+  for (int i = 0; i < 9; ++i) put_double(i % 4 == 0 ? box_nm : 0.0);
+  for (const Vec3& p : nm) {
+    put_double(p.x);
+    put_double(p.y);
+    put_double(p.z);
+  }
+  for (std::size_t i = 0; i < 3 * nm.size(); ++i) put_double(0.5);  // velocities
+  return f;
+}
+
 std::string error_of(const std::string& path, TrajectoryFormat format) {
   try {
     GromacsTrajectoryReader reader(path, format);
@@ -199,6 +227,25 @@ TEST_F(GromacsFiles, UnitsAndBoxOfSmallFiles) {
     EXPECT_DOUBLE_EQ(reader.box()[1].y, 45.0);
     EXPECT_FALSE(reader.next(read));
   }
+}
+
+// The library is single precision: a double TRR frame arrives as floats.
+TEST_F(GromacsFiles, DoublePrecisionTrrWithVelocities) {
+  const std::vector<Vec3> nm = {{0.1234567, -2.5, 3.0}, {1.0, 2.0, 0.0009765625}};
+  const std::string path =
+      write_temp("vorn_double.trr", trr_double_frame(nm, 6.5) + trr_double_frame(nm, 7.0));
+  GromacsTrajectoryReader reader(path, TrajectoryFormat::Trr);
+  EXPECT_EQ(reader.complete_frames(), 2);
+  std::vector<Vec3> read;
+  ASSERT_TRUE(reader.next(read));
+  ASSERT_EQ(read.size(), 2u);
+  EXPECT_DOUBLE_EQ(read[0].x, static_cast<double>(0.1234567f) * 10.0);
+  EXPECT_DOUBLE_EQ(read[0].y, -25.0);
+  EXPECT_DOUBLE_EQ(read[1].z, 0.009765625);
+  EXPECT_DOUBLE_EQ(reader.box()[1].y, 65.0);
+  ASSERT_TRUE(reader.next(read));
+  EXPECT_DOUBLE_EQ(reader.box()[2].z, 70.0);
+  EXPECT_FALSE(reader.next(read));
 }
 
 TEST_F(GromacsFiles, TruncatedFilesNameTheFrame) {
