@@ -209,7 +209,9 @@ FrameScan scan_trr(const std::string& path) {
 }
 
 // The library prints its TRR version once per process, at the first TRR
-// frame header it reads; that line is kept off standard error.
+// frame header it reads; that line is kept off standard error (the file
+// descriptor is pointed at /dev/null for that read, on the thread that opens
+// the file).
 std::mutex trr_first_read;
 bool trr_read_before = false;
 
@@ -225,6 +227,10 @@ struct GromacsTrajectoryReader::Impl {
   t_trxframe data{};
   std::array<Vec3, 3> box{};
   double resolution = 0.0;
+  // The first frame is read when the file is opened (on the thread that
+  // opens it, before any other reads it), and handed out by the first read().
+  bool first_pending = false;
+  bool first_ok = false;
 
   // Reads the next frame into `data`; false where the file has no more
   // whole frames (an error where it is damaged there).
@@ -233,9 +239,9 @@ struct GromacsTrajectoryReader::Impl {
       if (!scan.damage.empty()) throw InputError(path + ": " + scan.damage);
       return false;
     }
-    bool ok = false;
-    if (status == nullptr) {
-      ok = first_read();
+    bool ok = first_ok;
+    if (first_pending) {
+      first_pending = false;
     } else {
       ok = read_next_frame(environment, status, &data);
     }
@@ -306,6 +312,8 @@ GromacsTrajectoryReader::GromacsTrajectoryReader(const std::string& path, Trajec
     throw InputError(path + ": " + (d.scan.damage.empty() ? "no frames" : d.scan.damage));
   }
   output_env_init_default(&d.environment);
+  d.first_ok = d.first_read();
+  d.first_pending = true;
 }
 
 GromacsTrajectoryReader::~GromacsTrajectoryReader() {
