@@ -3,6 +3,7 @@
 // topology's format (C++17: shared with the gemmi code).
 #pragma once
 
+#include <cmath>
 #include <cstdio>
 #include <string>
 
@@ -53,6 +54,35 @@ inline void append_atom_record(const RecordAtom& atom, int serial, std::string& 
                 atom.insertion_code, 0.0, 0.0, 0.0, atom.occupancy, atom.b_factor,
                 atom.element.c_str());
   text += record;
+}
+
+// Writes `value` as printf's "%8.3f" does into out[0..7] (no terminator),
+// for -999.9995 < value < 9999.9995; a fast path for the coordinates of
+// trajectory frames. The rounding is printf's (of the exact binary value)
+// wherever value * 1000 is not within 1e-6 of a half; there printf itself
+// decides.
+inline void format_coordinate(double value, char* out) {
+  const double scaled = value * 1000.0;
+  const double below = std::floor(scaled);
+  if (std::abs(scaled - below - 0.5) < 1e-6) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%8.3f", value);
+    for (int i = 0; i < 8; ++i) out[i] = text[i];
+    return;
+  }
+  const bool negative = std::signbit(value);
+  auto digits = static_cast<long>(std::abs(scaled - below < 0.5 ? below : below + 1.0));
+  // Right to left: three decimals, the point, the integer part, the sign,
+  // blanks.
+  int at = 7;
+  for (int i = 0; i < 3; ++i, digits /= 10) out[at--] = static_cast<char>('0' + digits % 10);
+  out[at--] = '.';
+  do {
+    out[at--] = static_cast<char>('0' + digits % 10);
+    digits /= 10;
+  } while (digits > 0);
+  if (negative) out[at--] = '-';
+  while (at >= 0) out[at--] = ' ';
 }
 
 }  // namespace vorn::io

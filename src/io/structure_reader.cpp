@@ -514,7 +514,6 @@ struct StructureReader::Impl {
   void frame_records(UnparsedModel& model) const {
     model.records = topology.text;
     model.lines = topology.lines;
-    char field[32];
     for (size_t i = 0; i < atom_records.size(); ++i) {
       const Vec3& p = model.frame[i];
       for (const double v : {p.x, p.y, p.z}) {
@@ -524,8 +523,10 @@ struct StructureReader::Impl {
                            std::to_string(i + 1) + " outside the PDB range");
         }
       }
-      std::snprintf(field, sizeof field, "%8.3f%8.3f%8.3f", p.x, p.y, p.z);
-      model.records.replace(atom_records[i] + 30, 24, field, 24);
+      char* field = model.records.data() + atom_records[i] + 30;
+      format_coordinate(p.x, field);
+      format_coordinate(p.y, field + 8);
+      format_coordinate(p.z, field + 16);
     }
   }
 
