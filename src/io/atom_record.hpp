@@ -72,7 +72,7 @@ inline void format_coordinate(double value, char* out) {
   }
   const bool negative = std::signbit(value);
   auto digits = static_cast<long>(std::abs(scaled - below < 0.5 ? below : below + 1.0));
-  // Right to left: three decimals, the point, the integer part, the sign,
+  // Right to left: three decimals, the point, the integer digits, the sign,
   // blanks.
   int at = 7;
   for (int i = 0; i < 3; ++i, digits /= 10) out[at--] = static_cast<char>('0' + digits % 10);
