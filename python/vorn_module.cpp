@@ -304,12 +304,11 @@ vorn::app::PredictSettings selection_settings(Selection selection, bool keep_hyd
   return s;
 }
 
-std::vector<StructurePtr> read_structure(const py::object& path_object, const py::object& models,
-                                         const std::string& select,
-                                         const std::optional<std::string>& exclude,
-                                         bool keep_hydrogens, const py::object& chains,
-                                         const std::optional<std::string>& altloc, bool hetatm,
-                                         const std::optional<std::string>& format) {
+std::vector<StructurePtr> read_structure(
+    const py::object& path_object, const py::object& models, const std::string& select,
+    const std::optional<std::string>& exclude, bool keep_hydrogens, const py::object& chains,
+    const std::optional<std::string>& altloc, bool hetatm, const std::optional<std::string>& format,
+    const py::object& trajectory, const std::optional<std::string>& frames) {
   const std::string path = path_text(path_object);
   const Selection selection = parse_selection(select);
   // Hydrogens are always read, as `vorn predict` reads them: the couplings
@@ -317,6 +316,14 @@ std::vector<StructurePtr> read_structure(const py::object& path_object, const py
   vorn::io::ReadOptions read = read_options(models, exclude, true, chains, altloc, hetatm);
   const std::optional<vorn::io::Format> input_format = parse_input_format(format);
   require_readable(path);
+  if (!trajectory.is_none()) {
+    read.trajectory = path_text(trajectory);
+    require_readable(read.trajectory);
+  }
+  if (frames) {
+    if (read.trajectory.empty()) throw py::value_error("frames needs a trajectory");
+    vorn::io::parse_frame_range(*frames, read);
+  }
   const vorn::app::PredictSettings settings = selection_settings(selection, keep_hydrogens);
 
   std::vector<StructurePtr> result;
@@ -1071,7 +1078,8 @@ file order, in the same order as all_coordinates.
                     "Model number as in the file (1, 2, ... where "
                     "the file has no model records).")
       .def_readonly("file", &Structure::file, "Path of the file read.")
-      .def_readonly("format", &Structure::format, "'PDB' or 'mmCIF'.")
+      .def_readonly("format", &Structure::format,
+                    "'PDB' or 'mmCIF'; 'DCD', 'XTC' or 'TRR' for a trajectory's frames.")
       .def_property_readonly(
           "select", [](const Structure& s) { return vorn::app::selection_name(s.selection); },
           "Selection of the steric model: 'surface', 'heavy' or 'all'.")
@@ -1245,7 +1253,7 @@ fields of `vorn fit --format json`.
   m.def("read_structure", &read_structure, "path"_a, "models"_a = py::none(),
         "select"_a = "surface", "exclude"_a = py::none(), "keep_hydrogens"_a = false,
         "chains"_a = py::none(), "altloc"_a = py::none(), "hetatm"_a = false,
-        "format"_a = py::none(),
+        "format"_a = py::none(), "trajectory"_a = py::none(), "frames"_a = py::none(),
         R"doc(Read a PDB or mmCIF file (plain or gzipped) into one Structure per model.
 
 path            file name (str or os.PathLike)
@@ -1260,6 +1268,10 @@ chains          None (all), "A,B" or a list of chain names
 altloc          alternate location to keep (default: highest occupancy)
 hetatm          keep HETATM records other than water
 format          "pdb" or "cif" (default: from the content, then the name)
+trajectory      a DCD, XTC or TRR file whose frames are the models of the
+                file's first model (the topology: PDB, mmCIF or GROMACS .gro);
+                frame N is model N
+frames          "first:last[:step]" of the trajectory (default: all)
 
 The atoms are read and selected exactly as `vorn predict` reads them.
 Raises FileNotFoundError/OSError for a missing or unreadable file and

@@ -23,6 +23,7 @@ packages=(
   python3-pytest     # the Python module's tests
   libopenmpi-dev     # vorn-mpi: the models of a file across processes
   openmpi-bin        # mpirun, to run vorn-mpi and its tests
+  libgromacs-dev     # XTC and TRR trajectories (gromacs/fileio/trxio.h)
 )
 
 missing=()

@@ -8,8 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "io/input_error.hpp"
-#include "vorn/structure.hpp"
+#include "io/trajectory_reader.hpp"
 
 namespace vorn::io {
 
@@ -23,25 +22,26 @@ namespace vorn::io {
 // what" for frame N (1-based): a record cut short, a marker that does not
 // match the record, or a file that ends before the frame count its header
 // announces.
-class DcdReader {
+class DcdReader : public TrajectoryReader {
  public:
   explicit DcdReader(const std::string& path);
   // Reads from `in`; `name` names it in messages.
   DcdReader(std::unique_ptr<std::istream> in, std::string name);
 
-  int atoms() const { return atoms_; }
+  int atoms() const override { return atoms_; }
   // The frame count of the header (0 where the writer left it unset).
   long announced_frames() const { return announced_; }
   bool big_endian() const { return swap_ ? !native_big() : native_big(); }
   bool has_unit_cell() const { return unit_cell_; }
   // The number of the last frame read or skipped, 1-based; 0 before any.
-  long frame() const { return frame_; }
+  long frame() const override { return frame_; }
 
   // The next frame's coordinates into `positions` (resized to atoms());
   // false at the end of the file.
-  bool next(std::vector<Vec3>& positions);
+  bool next(std::vector<Vec3>& positions) override;
   // Passes over the next frame; false at the end of the file.
-  bool skip();
+  bool skip() override;
+  std::string format_name() const override { return "DCD"; }
 
  private:
   static bool native_big();

@@ -9,6 +9,7 @@
 #include <limits>
 #include <unordered_map>
 
+#include "io/atom_record.hpp"
 #include "io/input_error.hpp"
 
 // gemmi formats numbers with stb_sprintf unless told to use snprintf; the
@@ -269,6 +270,37 @@ std::size_t ModelConverter::mmcif_model(size_t index, const AtomSink& sink) {
   const std::size_t atoms = impl_->convert(model, std::stoi(model.name), sink);
   std::vector<gemmi::Chain>().swap(model.chains);
   return atoms;
+}
+
+std::string ModelConverter::mmcif_topology_records() const {
+  const std::string& path = impl_->path;
+  if (impl_->cif.models.empty()) throw InputError(path + ": no atoms (no _atom_site records)");
+  std::string text;
+  int serial = 0;
+  for (const gemmi::Chain& chain : impl_->cif.models.front().chains) {
+    for (const gemmi::Residue& residue : chain.residues) {
+      for (const gemmi::Atom& atom : residue.atoms) {
+        RecordAtom a;
+        a.hetatm = residue.het_flag == 'H';
+        a.name = atom.name;
+        a.altloc = atom.altloc == '\0' ? ' ' : atom.altloc;
+        a.residue_name = residue.name;
+        a.chain = chain.name;
+        a.residue_number = residue.seqid.num.has_value() ? residue.seqid.num.value : 0;
+        a.insertion_code = residue.seqid.icode;
+        a.occupancy = atom.occ;
+        a.b_factor = atom.b_iso;
+        a.element = atom.element.uname();
+        try {
+          append_atom_record(a, ++serial, text);
+        } catch (const InputError& e) {
+          throw InputError(path + ": atom " + std::to_string(serial) + ": " + e.what());
+        }
+      }
+    }
+  }
+  if (serial == 0) throw InputError(path + ": no atoms (no _atom_site records)");
+  return text;
 }
 
 }  // namespace vorn::io::detail

@@ -58,6 +58,11 @@ class ModelConverter {
   std::vector<int> load_mmcif(std::string text);
   // The atoms of the index-th mmCIF model; its gemmi data are released.
   std::size_t mmcif_model(size_t index, const AtomSink& sink);
+  // Every atom of the first mmCIF model (the reading rules not applied) as
+  // fixed-column PDB records, one a line, with zero coordinates: the
+  // topology of a trajectory. Throws InputError for a model PDB records
+  // cannot hold.
+  std::string mmcif_topology_records() const;
 
  private:
   struct Impl;

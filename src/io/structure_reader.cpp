@@ -14,8 +14,10 @@
 #include <set>
 #include <sstream>
 
-#include "io/dcd_reader.hpp"
+#include "io/atom_record.hpp"
 #include "io/gemmi_models.hpp"
+#include "io/gro_reader.hpp"
+#include "io/trajectory_reader.hpp"
 
 namespace vorn::io {
 namespace {
@@ -420,22 +422,44 @@ struct StructureReader::Impl {
   size_t cif_next = 0;
 
   // A trajectory: its frames in place of the coordinates of the file's
-  // first model (its records, and where each atom record starts).
-  std::optional<DcdReader> dcd;
+  // first model (its records, and where each atom record starts). mmCIF
+  // and .gro topologies are turned into PDB records first.
+  std::unique_ptr<TrajectoryReader> trajectory;
+  bool gro_topology = false;
   PdbChunk topology;
   std::vector<size_t> atom_records;
   std::vector<Vec3> frame;
 
   void open_trajectory() {
-    if (format != Format::Pdb) {
-      throw InputError(path + ": the topology of a trajectory must be a PDB file");
-    }
     if (!options.models.empty()) {
       throw InputError(path + ": models cannot be selected with a trajectory (frames can)");
     }
-    PdbSplitter split(path);
-    if (!split.next(topology, [](int) { return true; })) {
-      throw InputError(path + ": no atoms (no ATOM or HETATM records)");
+    if (gro_topology) {
+      const GroFile gro = read_gro(path);
+      for (size_t i = 0; i < gro.atoms.size(); ++i) {
+        const GroAtom& g = gro.atoms[i];
+        RecordAtom a;
+        a.name = g.name;
+        a.residue_name = g.residue_name;
+        a.residue_number = g.residue_number;
+        try {
+          append_atom_record(a, static_cast<int>(i + 1), topology.text);
+        } catch (const InputError& e) {
+          throw error_at(path, static_cast<long>(i + 3), e.what());
+        }
+        topology.lines.push_back(static_cast<long>(i + 3));
+      }
+    } else if (format == Format::Mmcif) {
+      converter->load_mmcif(InputFile(path).read_all());
+      topology.text = converter->mmcif_topology_records();
+      // Records numbered in order: an mmCIF line is not a record.
+      const auto records = std::count(topology.text.begin(), topology.text.end(), '\n');
+      for (long i = 1; i <= records; ++i) topology.lines.push_back(i);
+    } else {
+      PdbSplitter split(path);
+      if (!split.next(topology, [](int) { return true; })) {
+        throw InputError(path + ": no atoms (no ATOM or HETATM records)");
+      }
     }
     size_t begin = 0;
     for (size_t i = 0; begin < topology.text.size(); ++i) {
@@ -449,9 +473,9 @@ struct StructureReader::Impl {
       }
       begin = end + 1;
     }
-    dcd.emplace(options.trajectory);
-    if (static_cast<size_t>(dcd->atoms()) != atom_records.size()) {
-      throw InputError(options.trajectory + ": " + std::to_string(dcd->atoms()) +
+    trajectory = vorn::io::open_trajectory(options.trajectory);
+    if (static_cast<size_t>(trajectory->atoms()) != atom_records.size()) {
+      throw InputError(options.trajectory + ": " + std::to_string(trajectory->atoms()) +
                        " atoms, but the topology " + path + " has " +
                        std::to_string(atom_records.size()));
     }
@@ -459,7 +483,7 @@ struct StructureReader::Impl {
 
   bool next_frame(UnparsedModel& out) {
     for (;;) {
-      const long number = dcd->frame() + 1;
+      const long number = trajectory->frame() + 1;
       if (options.last_frame > 0 && number > options.last_frame) return false;
       const bool selected =
           number >= options.first_frame && (number - options.first_frame) % options.frame_step == 0;
@@ -470,31 +494,39 @@ struct StructureReader::Impl {
         ++position;
       }
       if (!ours) {
-        if (!dcd->skip()) return false;
+        if (!trajectory->skip()) return false;
         continue;
       }
-      if (!dcd->next(frame)) return false;
+      if (!trajectory->next(frame)) return false;
       out.number = static_cast<int>(number);
       out.parsed = false;
       out.atoms.clear();
-      out.records = topology.text;
-      out.lines = topology.lines;
-      // The coordinates at the PDB's own precision, through the records, so
-      // that the reading rules apply to a frame as to any model.
-      char field[32];
-      for (size_t i = 0; i < atom_records.size(); ++i) {
-        const Vec3& p = frame[i];
-        for (const double v : {p.x, p.y, p.z}) {
-          if (!(v > -999.9995 && v < 9999.9995)) {
-            throw InputError(options.trajectory + ": frame " + std::to_string(number) +
-                             ": coordinate " + std::to_string(v) + " of atom " +
-                             std::to_string(i + 1) + " outside the PDB range");
-          }
-        }
-        std::snprintf(field, sizeof field, "%8.3f%8.3f%8.3f", p.x, p.y, p.z);
-        out.records.replace(atom_records[i] + 30, 24, field, 24);
-      }
+      out.records.clear();
+      out.lines.clear();
+      // The records are written in parse(), on the thread that parses.
+      std::swap(out.frame, frame);
       return true;
+    }
+  }
+
+  // The topology's records with the coordinates of a frame, at the PDB's own
+  // precision, so that the reading rules apply to a frame as to any model.
+  void frame_records(UnparsedModel& model) const {
+    model.records = topology.text;
+    model.lines = topology.lines;
+    for (size_t i = 0; i < atom_records.size(); ++i) {
+      const Vec3& p = model.frame[i];
+      for (const double v : {p.x, p.y, p.z}) {
+        if (!(v > -999.9995 && v < 9999.9995)) {
+          throw InputError(options.trajectory + ": frame " + std::to_string(model.number) +
+                           ": coordinate " + std::to_string(v) + " of atom " +
+                           std::to_string(i + 1) + " outside the PDB range");
+        }
+      }
+      char* field = model.records.data() + atom_records[i] + 30;
+      format_coordinate(p.x, field);
+      format_coordinate(p.y, field + 8);
+      format_coordinate(p.z, field + 16);
     }
   }
 
@@ -599,6 +631,9 @@ StructureReader::StructureReader(const std::string& path, ReadOptions options,
   rules.chains = split_chain_list(d.options.chains);
   rules.exclude = d.options.exclude;
   d.converter.emplace(path, std::move(rules));
+  // A .gro topology of a trajectory becomes PDB records.
+  d.gro_topology = !d.options.trajectory.empty() && !format && is_gro_file(path);
+  if (d.gro_topology) format = Format::Pdb;
   if (!format) format = format_from_content(path);
   if (!format) format = format_from_extension(path);
   if (!format) throw InputError(path + ": unknown format (neither PDB nor mmCIF)");
@@ -632,6 +667,7 @@ Model StructureReader::parse(UnparsedModel&& unparsed) const {
     return model;
   }
   const Impl& d = *impl_;
+  if (d.trajectory) d.frame_records(unparsed);
   try {
     // About one atom per record.
     model.atoms.reserve(unparsed.lines.size());
@@ -645,7 +681,7 @@ Model StructureReader::parse(UnparsedModel&& unparsed) const {
 
 bool StructureReader::next_unparsed(UnparsedModel& model) {
   Impl& d = *impl_;
-  if (d.dcd) return d.next_frame(model);
+  if (d.trajectory) return d.next_frame(model);
   const bool got = d.format == Format::Pdb ? d.next_pdb(model) : d.next_mmcif(model);
   if (!got && !d.any_selected) {
     throw InputError(d.path + ": no atoms (no " +
@@ -658,7 +694,7 @@ bool StructureReader::next_unparsed(UnparsedModel& model) {
 Format StructureReader::format() const { return impl_->format; }
 
 std::string StructureReader::format_name() const {
-  if (impl_->dcd) return "DCD";
+  if (impl_->trajectory) return impl_->trajectory->format_name();
   return impl_->format == Format::Pdb ? "PDB" : "mmCIF";
 }
 
@@ -694,10 +730,8 @@ void parse_frame_range(const std::string& text, ReadOptions& options) {
 }
 
 bool is_trajectory_file(const std::string& path) {
-  std::string lower = path;
-  std::transform(lower.begin(), lower.end(), lower.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return lower.ends_with(".dcd");
+  TrajectoryFormat format{};
+  return trajectory_format_of(path, format);
 }
 
 }  // namespace vorn::io

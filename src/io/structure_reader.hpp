@@ -37,9 +37,10 @@ struct ReadOptions {
   // stride >= 1 and 0 <= offset < stride.
   int stride = 1;
   int offset = 0;
-  // A DCD trajectory of the file: its frames are the models (numbered 1, 2,
-  // ... in the trajectory), with the atoms of the file's first model in the
-  // same order, whose coordinates they replace. Frames first, first + step,
+  // A trajectory (DCD, XTC or TRR) of the file: its frames are the models
+  // (numbered 1, 2, ... in the trajectory), with the atoms of the file's
+  // first model in the same order, whose coordinates they replace. The file
+  // (the topology) is a PDB, mmCIF or GROMACS .gro file. Frames first, first + step,
   // ... up to last (0: the end) are selected.
   std::string trajectory;
   long first_frame = 1;
@@ -63,6 +64,8 @@ struct UnparsedModel {
   std::vector<long> lines;        // PDB: the file line of each record
   std::vector<vorn::Atom> atoms;  // mmCIF: the atoms, already read
   bool parsed = false;            // true for mmCIF
+  std::vector<vorn::Vec3> frame;  // trajectory: the frame's coordinates, written into the
+                                  // topology's records by parse()
 };
 
 // "1,3-5" -> {1, 3, 4, 5}. Numbers are positive, ranges ascending, and no
@@ -76,7 +79,7 @@ std::string format_model_list(std::span<const int> numbers);
 // last: to the end) into `options`. Throws InputError.
 void parse_frame_range(const std::string& text, ReadOptions& options);
 
-// True for the name of a trajectory file (".dcd", any case).
+// True for the name of a trajectory file (".dcd", ".xtc", ".trr", any case).
 bool is_trajectory_file(const std::string& path);
 
 // Reads a coordinate file model by model. PDB files are streamed: only the
@@ -114,7 +117,7 @@ class StructureReader {
   Model parse(UnparsedModel&& model) const;
 
   Format format() const;
-  std::string format_name() const;  // "PDB" or "mmCIF"; "DCD" for a trajectory
+  std::string format_name() const;  // "PDB" or "mmCIF"; "DCD", "XTC" or "TRR" for a trajectory
 
  private:
   struct Impl;

@@ -455,7 +455,8 @@ int run_cli(int argc, char** argv, const CommandRunners& runners, const FrontEnd
       "predict", "Predict the alignment tensor and backbone couplings of every model");
   predict
       ->add_option("STRUCTURE", predict_settings.files,
-                   "PDB or mmCIF file(s), optionally gzipped; or a PDB file and its DCD trajectory")
+                   "PDB or mmCIF file(s), optionally gzipped; or a topology (PDB, mmCIF or .gro) "
+                   "and its trajectory (.dcd, .xtc or .trr)")
       ->required()
       ->type_name("FILE");
   add_reading_options(*predict, predict_settings, predict_text);
@@ -535,13 +536,14 @@ int run_cli(int argc, char** argv, const CommandRunners& runners, const FrontEnd
   bool per_model = false, ensemble = false, unweighted = false;
   CLI::App* fit = app.add_subcommand(
       "fit", "Fit the alignment tensor to measured couplings, with quality and error bars");
-  fit->add_option("STRUCTURE", fit_settings.structure, "PDB or mmCIF file, optionally gzipped")
+  std::vector<std::string> fit_files;
+  fit->add_option("STRUCTURE [TRAJECTORY] COUPLINGS", fit_files,
+                  "a PDB or mmCIF file, optionally gzipped, or a topology (PDB, mmCIF or .gro) "
+                  "and its trajectory (.dcd, .xtc or .trr); then the measured couplings: "
+                  "classic, X-PLOR/CNS restraints, a table, NEF, NMR-STAR or an NMRPipe table, "
+                  "optionally gzipped")
       ->required()
-      ->type_name("FILE");
-  fit->add_option("COUPLINGS", fit_settings.couplings,
-                  "measured couplings: classic, X-PLOR/CNS restraints, a table, NEF, NMR-STAR or "
-                  "an NMRPipe table, optionally gzipped")
-      ->required()
+      ->expected(2, 3)
       ->type_name("FILE");
   add_reading_options(*fit, fit_settings.common, fit_text);
   const char* couplings_group = "Couplings";
@@ -627,6 +629,18 @@ int run_cli(int argc, char** argv, const CommandRunners& runners, const FrontEnd
     app.parse(argc, argv);
     if (predict->parsed()) finish_options(*predict, predict_text, predict_settings);
     if (fit->parsed()) {
+      // STRUCTURE COUPLINGS or TOPOLOGY TRAJECTORY COUPLINGS.
+      fit_settings.structure = fit_files.front();
+      fit_settings.couplings = fit_files.back();
+      if (fit_files.size() == 3) {
+        if (!io::is_trajectory_file(fit_files[1])) {
+          throw CLI::ValidationError("TRAJECTORY",
+                                     fit_files[1] + " is not a trajectory (.dcd, .xtc or .trr)");
+        }
+        fit_settings.common.read.trajectory = fit_files[1];
+      } else if (io::is_trajectory_file(fit_files[1])) {
+        throw CLI::ValidationError("COUPLINGS", "missing after the trajectory " + fit_files[1]);
+      }
       finish_options(*fit, fit_text, fit_settings.common);
       fit_settings.mode = per_model  ? FitMode::per_model
                           : ensemble ? FitMode::ensemble

@@ -150,6 +150,7 @@ std::string format_json(const FitResult& r, const FitSettings& s) {
                   {"couplings", s.couplings},
                   {"couplings_format", r.couplings_format},
                   {"skipped_lines", r.skipped_lines}};
+  if (!s.common.read.trajectory.empty()) doc["input"]["trajectory"] = s.common.read.trajectory;
   doc["settings"] = {{"mode", s.mode == FitMode::ensemble    ? "ensemble"
                               : s.mode == FitMode::per_model ? "per-model"
                                                              : "single"},
@@ -211,8 +212,11 @@ std::string format_quality(const Quality& q) {
 }
 
 std::string format_text(const FitResult& r, const FitSettings& settings) {
-  std::string out = fmt::format("{} ({}) with couplings {} ({})\n", settings.structure,
-                                r.structure_format, settings.couplings, r.couplings_format);
+  const std::string& trajectory = settings.common.read.trajectory;
+  std::string out =
+      fmt::format("{}{} ({}) with couplings {} ({})\n", settings.structure,
+                  trajectory.empty() ? std::string() : " with trajectory " + trajectory,
+                  r.structure_format, settings.couplings, r.couplings_format);
   if (r.skipped_lines > 0)
     out += fmt::format("skipped {} bad line(s) (--lenient)\n", r.skipped_lines);
   const bool charged = settings.predict && is_charged(settings.common.medium);

@@ -328,6 +328,8 @@ std::string PredictReport::begin_file(const std::string& file, const std::string
       json head;
       head["vorn_version"] = kVersion;
       head["input"] = {{"file", file}, {"format", format}};
+      if (!settings_.read.trajectory.empty())
+        head["input"]["trajectory"] = settings_.read.trajectory;
       head["settings"] = settings_json(settings_);
       head["models"] = json::array();
       // Everything up to the opening bracket of "models" ("[]}" less "]}").
@@ -342,12 +344,14 @@ std::string PredictReport::begin_file(const std::string& file, const std::string
   }
   const std::string charge = medium_text(settings_);
   return fmt::format(
-      "{}{} ({})\nmedium {} {:g} g/ml, molar ratio {:g}, obstacle {:g} A, {}atom radius {:g} A, "
+      "{}{}{} ({})\nmedium {} {:g} g/ml, molar ratio {:g}, obstacle {:g} A, {}atom radius {:g} A, "
       "grid {:g} A, sampling {},{},{}, order parameter {:g}, atoms: {}{}\n",
-      first_file ? "" : "\n", file, format, medium_label(settings_), m.concentration, m.molar_ratio,
-      m.obstacle(), charge.empty() ? "" : charge + ", ", effective_atom_radius(settings_),
-      m.grid_spacing, settings_.sampling.theta, settings_.sampling.phi, settings_.sampling.psi,
-      m.order_parameter, selection_name(settings_.selection),
+      first_file ? "" : "\n", file,
+      settings_.read.trajectory.empty() ? "" : " with trajectory " + settings_.read.trajectory,
+      format, medium_label(settings_), m.concentration, m.molar_ratio, m.obstacle(),
+      charge.empty() ? "" : charge + ", ", effective_atom_radius(settings_), m.grid_spacing,
+      settings_.sampling.theta, settings_.sampling.phi, settings_.sampling.psi, m.order_parameter,
+      selection_name(settings_.selection),
       settings_.window > 0 ? fmt::format(", window {} residues", settings_.window) : "");
 }
 

@@ -6,9 +6,9 @@
 #
 # identical: JSON, CSV and text of an mmCIF entry, of a 40-model PDB file
 #   made here, of both files at once, of model selections with fewer models
-#   than processes, of a DCD trajectory with frame selections, of a charged medium (the models' charges),
-#   of local windows (--window, also charged), with
-#   --output, and the pictures (--plot-axes, --tensor-script); vorn-mpi fit
+#   than processes, of DCD and XTC trajectories with frame selections, of a
+#   charged medium (the models' charges), of local windows (--window, also
+#   charged), with --output, and the pictures (--plot-axes, --tensor-script); vorn-mpi fit
 #   against vorn fit.
 # error: a file with a malformed record in one model (met by the first
 #   process, or by another one): a non-zero status within the time limit,
@@ -111,15 +111,21 @@ identical() {
     compare_run "json --models $selection" 3 1 --format json --models "$selection" "$cif"
   done
 
-  # A trajectory: each process reads its share of the frames.
+  # A trajectory: each process reads its share of the frames (DCD read by
+  # VORN, XTC through the GROMACS library, with a .gro topology).
   local top=$data/../structures/ubq_1d3z_models1-4.pdb
   local dcd=$data/../trajectories/ubq_1d3z_models1-4.dcd
-  for frames in 1: 2:4:2; do
-    "$vorn" predict --format json --frames "$frames" "$top" "$dcd" > "$work/expected.out" ||
-      fail "vorn predict trajectory --frames $frames: status $?"
-    for np in 1 2 3; do
-      compare_run "json trajectory --frames $frames" "$np" 1 --format json --frames "$frames" \
-        "$top" "$dcd"
+  local gro=$data/../trajectories/ubq_1d3z_m1.gro
+  local xtc=$data/../trajectories/ubq_1d3z_models1-4.xtc
+  for pair in "$top $dcd" "$gro $xtc"; do
+    read -r topology trajectory <<< "$pair"
+    for frames in 1: 2:4:2; do
+      "$vorn" predict --format json --frames "$frames" "$topology" "$trajectory" \
+        > "$work/expected.out" || fail "vorn predict $trajectory --frames $frames: status $?"
+      for np in 1 2 3; do
+        compare_run "json $(basename "$trajectory") --frames $frames" "$np" 1 --format json \
+          --frames "$frames" "$topology" "$trajectory"
+      done
     done
   done
 

@@ -173,6 +173,31 @@ def test_structure_tables(ubq_models):
     assert [m.model for m in vorn.read_structure(os.fspath(CIF).encode(), models=(7,))] == [7]
 
 
+def test_trajectory_frames_are_models():
+    """TRR frames through a .gro topology: the PDB models' atoms and
+    coordinates (float32 nm taken at the PDB's 0.001 A)."""
+    models = vorn.read_structure(DATA / "structures" / "ubq_1d3z_models1-4.pdb")
+    trajectories = DATA / "trajectories"
+    frames = vorn.read_structure(trajectories / "ubq_1d3z_m1.gro",
+                                 trajectory=trajectories / "ubq_1d3z_models1-4.trr")
+    assert [f.model for f in frames] == [1, 2, 3, 4]
+    assert {f.format for f in frames} == {"TRR"}
+    for model, frame in zip(models, frames):
+        assert frame.names == model.names
+        assert np.array_equal(frame.all_coordinates, model.all_coordinates)
+    chosen = vorn.read_structure(trajectories / "ubq_1d3z_m1.gro",
+                                 trajectory=trajectories / "ubq_1d3z_models1-4.xtc",
+                                 frames="2:4:2")
+    assert [f.model for f in chosen] == [2, 4]
+    # XTC keeps 0.001 nm: within 0.005 A of the models.
+    assert np.abs(chosen[1].all_coordinates - models[3].all_coordinates).max() <= 0.0051
+    with pytest.raises(ValueError, match="frames needs a trajectory"):
+        vorn.read_structure(CIF, frames="1:2")
+    with pytest.raises(ValueError, match="invalid frame range"):
+        vorn.read_structure(trajectories / "ubq_1d3z_m1.gro",
+                            trajectory=trajectories / "ubq_1d3z_models1-4.xtc", frames="3:1")
+
+
 def test_reselection_of_a_structure(ubq_models):
     heavy = vorn.read_structure(CIF, models=1, select="heavy")[0]
     assert_same_tensor(vorn.predict(ubq_models[0], select="heavy"), vorn.predict(heavy))
