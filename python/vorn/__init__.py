@@ -14,6 +14,13 @@ The same engine as the `vorn` command line, from Python:
     charged = vorn.predict(models[0], medium="pf1")     # charged phage: a ChargedTensor
     print(charged.da_hz, charged.net_charge)
 
+    import MDAnalysis                                   # trajectories (optional)
+    u = MDAnalysis.Universe("topology.pdb", "trajectory.xtc")
+    tensors = vorn.predict(u.select_atoms("protein"), frames=slice(0, None, 10))
+    ensemble = vorn.predict_ensemble(u.select_atoms("protein"))
+    print(ensemble.da_hz_mean, ensemble.da_hz_se)       # block-averaging error
+    tensors = vorn.predict(models[0], coordinates=frames)   # (m, n, 3) array
+
     sets = vorn.read_couplings("ubq.dc")                # measured couplings
     [result] = vorn.fit("1d3z.cif.gz", "ubq.dc", errors="montecarlo")
     print(result.tensor.da_hz, result.quality["q"])
@@ -29,26 +36,30 @@ an array of the wrong dtype raises TypeError.
 from ._vorn import (
     ChargedTensor,
     CouplingSet,
+    EnsembleAccumulator,
     FitResult,
     Structure,
     Tensor,
     __version__,
     fit,
-    predict,
-    predict_couplings,
     read_couplings,
     read_structure,
 )
+from .models import EnsemblePrediction, models, predict, predict_couplings, predict_ensemble
 
 __all__ = [
     "ChargedTensor",
     "CouplingSet",
+    "EnsembleAccumulator",
+    "EnsemblePrediction",
     "FitResult",
     "Structure",
     "Tensor",
     "fit",
+    "models",
     "predict",
     "predict_couplings",
+    "predict_ensemble",
     "read_couplings",
     "read_structure",
 ]
