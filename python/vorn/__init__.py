@@ -63,3 +63,9 @@ __all__ = [
     "read_couplings",
     "read_structure",
 ]
+
+# The Python-level parts present themselves as members of the package, as
+# the compiled ones do.
+for _member in (EnsemblePrediction, models, predict, predict_couplings, predict_ensemble):
+    _member.__module__ = "vorn"
+del _member
