@@ -107,6 +107,13 @@ void require_length(const std::vector<T>& table, std::size_t n, const char* name
   }
 }
 
+// Raises the ValueError of atom i ("atom 3 (CA): ...").
+[[noreturn]] void atom_error(std::size_t i, const std::string& name, const std::string& what) {
+  std::string text = "atom " + std::to_string(i);
+  if (!name.empty()) text += " (" + name + ")";
+  throw py::value_error(text + ": " + what);
+}
+
 StructurePtr from_atoms(const std::vector<std::string>& names,
                         const std::vector<std::string>& elements,
                         const std::vector<std::string>& residue_names,
@@ -131,13 +138,12 @@ StructurePtr from_atoms(const std::vector<std::string>& names,
   s->atoms.resize(n);
   for (std::size_t i = 0; i < n; ++i) {
     Atom& a = s->atoms[i];
-    const std::string where = "atom " + std::to_string(i);
-    if (names[i].empty()) throw py::value_error(where + ": empty atom name");
-    if (elements[i].empty()) throw py::value_error(where + " (" + names[i] + "): empty element");
+    if (names[i].empty()) atom_error(i, "", "empty atom name");
+    if (elements[i].empty()) atom_error(i, names[i], "empty element");
     if (residue_numbers[i] < std::numeric_limits<int>::min() ||
         residue_numbers[i] > std::numeric_limits<int>::max()) {
-      throw py::value_error(where + " (" + names[i] + "): residue number " +
-                            std::to_string(residue_numbers[i]) + " out of range");
+      atom_error(i, names[i],
+                 "residue number " + std::to_string(residue_numbers[i]) + " out of range");
     }
     a.name = names[i];
     a.element = elements[i];
@@ -150,8 +156,7 @@ StructurePtr from_atoms(const std::vector<std::string>& names,
     if (insertion_codes) {
       const std::string& code = (*insertion_codes)[i];
       if (code.size() > 1) {
-        throw py::value_error(where + " (" + names[i] + "): insertion code '" + code +
-                              "' is longer than one character");
+        atom_error(i, names[i], "insertion code '" + code + "' is longer than one character");
       }
       a.insertion_code = code.empty() ? ' ' : code[0];
     }
