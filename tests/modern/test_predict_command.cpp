@@ -535,6 +535,33 @@ TEST(PredictCommand, CsvEnsembleRowsAreTheJsonEnsemble) {
   std::filesystem::remove(tmp_four);
 }
 
+TEST(PredictCommand, TextEnsembleShowsTheJsonStandardErrors) {
+  const std::string fast = "--sampling 4,8,8 ";
+  const std::string four = quoted(data_path("structures/ubq_1d3z_models1-4.pdb"));
+  const json e = predict_json(fast + four).at("ensemble");
+  const RunResult text = run_vorn("predict -q " + fast + four);
+  ASSERT_EQ(text.status, 0);
+  char line[256];
+  std::snprintf(
+      line, sizeof line,
+      "standard error of the mean (block averaging): Da %.3f Hz (%.1f effective models)   "
+      "R %.4f\n",
+      e.at("da_hz_se").get<double>(), e.at("effective_samples").get<double>(),
+      e.at("rhombicity_se").get<double>());
+  EXPECT_NE(text.out.find(line), std::string::npos) << line;
+  // Each coupling's row ends with its mean, sd and standard error.
+  const std::size_t table = text.out.find("mean (Hz)");
+  ASSERT_NE(table, std::string::npos);
+  std::istringstream rows(text.out.substr(text.out.find('\n', table) + 1));
+  std::string row;
+  for (const json& c : e.at("couplings")) {
+    ASSERT_TRUE(std::getline(rows, row));
+    std::snprintf(line, sizeof line, " %10.2f %8.2f %8.3f", c.at("predicted_hz_mean").get<double>(),
+                  c.at("predicted_hz_sd").get<double>(), c.at("predicted_hz_se").get<double>());
+    EXPECT_TRUE(row.ends_with(line)) << row << " | " << line;
+  }
+}
+
 TEST(PredictCommand, HydrogensOfAnXrayStructure) {
   // 1UBQ has no hydrogen: they are placed for the couplings, as many as the
   // 629 of 1D3Z's models (the same heavy atoms) and HE2 of His 68, whose
