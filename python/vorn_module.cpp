@@ -970,8 +970,11 @@ file order, in the same order as all_coordinates.
       .def_readonly("model", &Structure::model,
                     "Model number as in the file (1, 2, ... where "
                     "the file has no model records).")
-      .def_readonly("file", &Structure::file, "Path of the file read.")
-      .def_readonly("format", &Structure::format, "'PDB' or 'mmCIF'.")
+      .def_readonly("file", &Structure::file,
+                    "Path of the file read; for Structure.from_atoms the name given (an atom "
+                    "group's file, else its type's name).")
+      .def_readonly("format", &Structure::format,
+                    "'PDB' or 'mmCIF'; '' for a Structure built from atom tables.")
       .def_property_readonly(
           "select", [](const Structure& s) { return vorn::app::selection_name(s.selection); },
           "Selection of the steric model: 'surface', 'heavy' or 'all'.")
