@@ -27,6 +27,7 @@
 #include "app/predict_command.hpp"
 #include "io/coupling_reader.hpp"
 #include "io/structure_reader.hpp"
+#include "structure.hpp"
 #include "vorn/couplings.hpp"
 #include "vorn/error.hpp"
 #include "vorn/fit.hpp"
@@ -283,26 +284,9 @@ vorn::app::PredictSettings predict_settings(const MediumArguments& medium, doubl
 // ---------------------------------------------------------------------------
 // Structures
 
-// One model of a file: every atom read (hydrogens included, as the couplings
-// need them) and the atoms of the steric model by the selection rule.
-struct Structure {
-  std::string file;
-  std::string format;  // "PDB" or "mmCIF"
-  int model = 0;
-  std::vector<Atom> atoms;
-  Selection selection = Selection::surface;
-  bool keep_hydrogens = false;
-  std::vector<Vec3> steric;
-};
-
-using StructurePtr = std::shared_ptr<Structure>;
-
-vorn::app::PredictSettings selection_settings(Selection selection, bool keep_hydrogens) {
-  vorn::app::PredictSettings s;
-  s.selection = selection;
-  s.read.keep_hydrogens = keep_hydrogens;
-  return s;
-}
+using vorn::python::selection_settings;
+using vorn::python::Structure;
+using vorn::python::StructurePtr;
 
 std::vector<StructurePtr> read_structure(
     const py::object& path_object, const py::object& models, const std::string& select,
@@ -1077,9 +1061,12 @@ file order, in the same order as all_coordinates.
       .def_readonly("model", &Structure::model,
                     "Model number as in the file (1, 2, ... where "
                     "the file has no model records).")
-      .def_readonly("file", &Structure::file, "Path of the file read.")
+      .def_readonly("file", &Structure::file,
+                    "Path of the file read; for Structure.from_atoms the name given (an atom "
+                    "group's file, else its type's name).")
       .def_readonly("format", &Structure::format,
-                    "'PDB' or 'mmCIF'; 'DCD', 'XTC' or 'TRR' for a trajectory's frames.")
+                    "'PDB' or 'mmCIF'; 'DCD', 'XTC' or 'TRR' for a trajectory's frames; '' for a "
+                    "Structure built from atom tables.")
       .def_property_readonly(
           "select", [](const Structure& s) { return vorn::app::selection_name(s.selection); },
           "Selection of the steric model: 'surface', 'heavy' or 'all'.")
@@ -1440,6 +1427,8 @@ medium ... charges        the model of predict=True, as in predict
 Raises FileNotFoundError/OSError for a missing file, ValueError for bad
 input (with FILE:LINE where a line is at fault).
 )doc");
+
+  vorn::python::bind_models_and_ensembles(m);
 
   py::delattr(m, "__module__");
 }

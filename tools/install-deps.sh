@@ -21,6 +21,7 @@ packages=(
   pybind11-dev       # the Python module vorn
   python3-numpy      # arrays of the Python module (and CMake's FindPython NumPy)
   python3-pytest     # the Python module's tests
+  python3-mdanalysis # atom groups and trajectories as Python input: tests and examples/mdanalysis_predict.py (optional: skipped without it)
   libopenmpi-dev     # vorn-mpi: the models of a file across processes
   openmpi-bin        # mpirun, to run vorn-mpi and its tests
   libgromacs-dev     # XTC and TRR trajectories (gromacs/fileio/trxio.h)

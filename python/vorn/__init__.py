@@ -16,6 +16,13 @@ The same engine as the `vorn` command line, from Python:
     local = vorn.predict_windows(models[0], 15)         # local alignment windows
     print(local["windows"][0]["tensor"].da_hz, local["couplings"][0]["predicted_hz"])
 
+    import MDAnalysis                                   # trajectories (optional)
+    u = MDAnalysis.Universe("topology.pdb", "trajectory.xtc")
+    tensors = vorn.predict(u.select_atoms("protein"), frames=slice(0, None, 10))
+    ensemble = vorn.predict_ensemble(u.select_atoms("protein"))
+    print(ensemble.da_hz_mean, ensemble.da_hz_se)       # block-averaging error
+    tensors = vorn.predict(models[0], coordinates=frames)   # (m, n, 3) array
+
     sets = vorn.read_couplings("ubq.dc")                # measured couplings
     [result] = vorn.fit("1d3z.cif.gz", "ubq.dc", errors="montecarlo")
     print(result.tensor.da_hz, result.quality["q"])
@@ -31,28 +38,38 @@ an array of the wrong dtype raises TypeError.
 from ._vorn import (
     ChargedTensor,
     CouplingSet,
+    EnsembleAccumulator,
     FitResult,
     Structure,
     Tensor,
     __version__,
     fit,
-    predict,
-    predict_couplings,
     predict_windows,
     read_couplings,
     read_structure,
 )
+from .models import EnsemblePrediction, models, predict, predict_couplings, predict_ensemble
 
 __all__ = [
     "ChargedTensor",
     "CouplingSet",
+    "EnsembleAccumulator",
+    "EnsemblePrediction",
     "FitResult",
     "Structure",
     "Tensor",
     "fit",
+    "models",
     "predict",
     "predict_couplings",
+    "predict_ensemble",
     "predict_windows",
     "read_couplings",
     "read_structure",
 ]
+
+# The Python-level parts present themselves as members of the package, as
+# the compiled ones do.
+for _member in (EnsemblePrediction, models, predict, predict_couplings, predict_ensemble):
+    _member.__module__ = "vorn"
+del _member

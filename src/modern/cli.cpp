@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -42,6 +43,16 @@ constexpr int kBadInput = 1;
 constexpr int kMisuse = 2;
 
 const std::vector<std::string> kCommands = {"predict", "fit"};
+
+// A finite number above zero. CLI11's PositiveNumber says the same with the
+// whole range of double written out in digits.
+const CLI::Validator kPositiveNumber(
+    [](std::string& text) -> std::string {
+      double value = 0.0;
+      if (CLI::detail::lexical_cast(text, value) && std::isfinite(value) && value > 0.0) return {};
+      return "expected a positive number, got '" + text + "'";
+    },
+    "POSITIVE");
 
 // Writes the finished output to the file or to standard output.
 void write_output(const std::string& text, const std::string& path) {
@@ -171,24 +182,24 @@ void add_model_options(CLI::App& cmd, PredictSettings& s, OptionText& t, const c
       ->capture_default_str();
   cmd.add_option("--concentration", s.medium.concentration, "lipid or phage, g/ml")
       ->group(group)
-      ->check(CLI::PositiveNumber)
+      ->check(kPositiveNumber)
       ->capture_default_str();
   cmd.add_option("--molar-ratio", s.medium.molar_ratio, "long- to short-chain lipid (bicelles)")
       ->group(group)
-      ->check(CLI::PositiveNumber)
+      ->check(kPositiveNumber)
       ->capture_default_str();
   cmd.add_option("--obstacle-dimension", s.medium.obstacle_dimension,
                  "bicelle thickness or phage cylinder radius, A (default: 20 bicelle, 30 phage)")
       ->group(group)
-      ->check(CLI::PositiveNumber);
+      ->check(kPositiveNumber);
   add_charge_options(cmd, t, charge_group);
   cmd.add_option("--atom-radius", t.atom_radius,
                  "contact radius of an atom, A (default: 1.4 with surface, else 3.0)")
       ->group(group)
-      ->check(CLI::PositiveNumber);
+      ->check(kPositiveNumber);
   cmd.add_option("--grid-spacing", s.medium.grid_spacing, "step of the position grid, A")
       ->group(group)
-      ->check(CLI::PositiveNumber)
+      ->check(kPositiveNumber)
       ->capture_default_str();
   cmd.add_option("--order-parameter", s.medium.order_parameter, "scale of the predicted tensor")
       ->group(group)
@@ -476,7 +487,7 @@ int run_cli(int argc, char** argv, const CommandRunners& runners, const FrontEnd
                    "stop reading a file's models once the block-averaging standard errors of Da "
                    "and of every coupling's mean are below TOL Hz (after at least 32 models)")
       ->type_name("TOL")
-      ->check(CLI::PositiveNumber)
+      ->check(kPositiveNumber)
       ->group("Ensemble");
   predict
       ->add_option("--window", predict_settings.window,

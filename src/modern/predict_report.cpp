@@ -207,6 +207,22 @@ std::string csv_field(const std::string& text) {
   return quoted + "\"";
 }
 
+// The ensemble's rows of the CSV table: model "ensemble", the mean in
+// predicted_hz, then its sd, standard error and number of models; a first
+// column `file` when not empty.
+std::string ensemble_csv(const EnsembleSummary& e, const std::string& file) {
+  std::string out;
+  const std::string prefix = file.empty() ? "" : csv_field(file) + ",";
+  for (const EnsembleCoupling& c : e.couplings) {
+    const CouplingSite& s = c.site;
+    out += prefix + fmt::format("ensemble,{},{},{},{},{},{},{},{},{},{},{}\n", csv_field(s.chain),
+                                s.residue_number, csv_field(icode_text(s.insertion_code)),
+                                csv_field(s.residue_name), s.type, csv_field(s.atom1),
+                                csv_field(s.atom2), c.mean_hz, c.sd_hz, c.se_hz, c.models);
+  }
+  return out;
+}
+
 // The predicted couplings of a model as a list for the NEF and NMRPipe
 // writers: atom1 in its own residue (the one before for C-N and C-HN).
 io::CouplingList written_list(const ModelPrediction& m, const std::string& name) {
@@ -297,7 +313,8 @@ std::string PredictReport::begin_all() const {
       return several_ ? "[\n" : "";
     case OutputFormat::csv:
       return std::string(several_ ? "file," : "") +
-             "model,chain,residue,icode,resname,type,atom1,atom2,predicted_hz\n";
+             "model,chain,residue,icode,resname,type,atom1,atom2,predicted_hz,predicted_hz_sd,"
+             "predicted_hz_se,models\n";
     case OutputFormat::text:
       break;
   }
@@ -376,7 +393,7 @@ std::string PredictReport::model(const ModelPrediction& p, const std::string& fi
       const std::string prefix = several_ ? csv_field(file) + "," : "";
       for (const PredictedCoupling& c : p.couplings) {
         const CouplingSite& s = c.site;
-        out += prefix + fmt::format("{},{},{},{},{},{},{},{},{}\n", p.model, csv_field(s.chain),
+        out += prefix + fmt::format("{},{},{},{},{},{},{},{},{},,,\n", p.model, csv_field(s.chain),
                                     s.residue_number, csv_field(icode_text(s.insertion_code)),
                                     csv_field(s.residue_name), s.type, csv_field(s.atom1),
                                     csv_field(s.atom2), c.predicted_hz);
@@ -474,7 +491,7 @@ std::string PredictReport::end_file(const EnsembleAccumulator& ensemble) const {
       return out + "}";
     }
     case OutputFormat::csv:
-      return "";
+      return ensemble.models() > 1 ? ensemble_csv(ensemble.summary(), several_ ? file_ : "") : "";
     case OutputFormat::text:
       break;
   }

@@ -32,7 +32,10 @@ std::string medium_text(const app::PredictSettings& settings);
 // members, "models" (one compact object per line), then "ensemble" (more
 // than one model) or "error" (a failure after models were written); several
 // files form an array of such objects. CSV: a header line, then one row per
-// coupling (a first column "file" with several files). Text: a report per
+// coupling (a first column "file" with several files), and after a file of
+// several models one row per ensemble coupling, model "ensemble", its mean in
+// predicted_hz and the appended columns predicted_hz_sd, predicted_hz_se and
+// models (empty on the rows of a model). Text: a report per
 // model, then the ensemble. NEF: one data block, one rdc restraint list per
 // model ("model_1", or "FILE_model_1" with several files). Pipe: the NMRPipe
 // table of the one model of the one file; a second file or model is an

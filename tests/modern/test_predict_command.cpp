@@ -320,7 +320,9 @@ TEST(PredictCommand, GzipCsvTextAndOutputFile) {
   std::istringstream rows(plain.out);
   std::string line;
   std::getline(rows, line);
-  EXPECT_EQ(line, "model,chain,residue,icode,resname,type,atom1,atom2,predicted_hz");
+  EXPECT_EQ(line,
+            "model,chain,residue,icode,resname,type,atom1,atom2,predicted_hz,predicted_hz_sd,"
+            "predicted_hz_se,models");
   for (const json& m : doc["models"]) {
     for (const json& c : m["couplings"]) {
       ASSERT_TRUE(std::getline(rows, line));
@@ -331,9 +333,16 @@ TEST(PredictCommand, GzipCsvTextAndOutputFile) {
             << c["atom2"].get<std::string>() << ",";
       ASSERT_EQ(line.rfind(start.str(), 0), 0u) << line;
       EXPECT_EQ(std::stod(line.substr(start.str().size())), c["predicted_hz"].get<double>());
+      EXPECT_TRUE(line.ends_with(",,,")) << line;  // no ensemble columns on a model's row
     }
   }
-  EXPECT_FALSE(std::getline(rows, line));
+  // Then the ensemble's rows (CsvEnsembleRowsAreTheJsonEnsemble).
+  std::size_t ensemble_rows = 0;
+  while (std::getline(rows, line)) {
+    EXPECT_EQ(line.rfind("ensemble,", 0), 0u) << line;
+    ++ensemble_rows;
+  }
+  EXPECT_EQ(ensemble_rows, doc["ensemble"]["couplings"].size());
 
   // -o writes what standard output would show.
   const std::string file = temp_path("out.json");
@@ -426,10 +435,131 @@ TEST(PredictCommand, UntilConvergedStopsWhereTheStandardErrorsFallBelowTheTolera
   std::stringstream drawn;
   drawn << picture.rdbuf();
   EXPECT_NE(drawn.str().find("<svg"), std::string::npos);
-  // The standard error band: one filled polygon.
-  EXPECT_NE(drawn.str().find("<polygon"), std::string::npos);
+  // The standard error band and the legend's box: two shapes filled in the
+  // band's colour.
+  std::size_t band_fills = 0;
+  for (std::size_t at = drawn.str().find("fill=\"#A6CEE3\""); at != std::string::npos;
+       at = drawn.str().find("fill=\"#A6CEE3\"", at + 1))
+    ++band_fills;
+  EXPECT_EQ(band_fills, 2u);
   std::filesystem::remove(svg);
   std::filesystem::remove(file);
+}
+
+TEST(PredictCommand, PlotConvergenceOfSeveralFilesNumbersThePictures) {
+  const std::string four = quoted(data_path("structures/ubq_1d3z_models1-4.pdb"));
+  const std::string svg = temp_path("conv.svg");
+  const RunResult run = run_vorn("predict -q --sampling 4,8,8 --plot-convergence " + quoted(svg) +
+                                 " " + four + " " + kBundleCif);
+  EXPECT_EQ(run.status, 0);
+  EXPECT_FALSE(std::filesystem::exists(svg));
+  for (const char* n : {"1", "2"}) {
+    const std::string numbered = temp_path(std::string("conv_") + n + ".svg");
+    std::ifstream picture(numbered);
+    std::stringstream drawn;
+    drawn << picture.rdbuf();
+    EXPECT_NE(drawn.str().find("<svg"), std::string::npos) << numbered;
+    std::filesystem::remove(numbered);
+  }
+}
+
+// Splits a CSV line whose fields hold no quotes.
+std::vector<std::string> csv_fields(const std::string& line) {
+  std::vector<std::string> fields;
+  std::size_t begin = 0;
+  for (;;) {
+    const std::size_t comma = line.find(',', begin);
+    fields.push_back(line.substr(begin, comma - begin));
+    if (comma == std::string::npos) return fields;
+    begin = comma + 1;
+  }
+}
+
+// The ensemble rows of the CSV table against the JSON "ensemble": the same
+// couplings in the same order, mean, sd, standard error and model count.
+void expect_csv_ensemble_is_json(const std::string& csv_text, const json& ensemble,
+                                 const std::string& file_column) {
+  std::istringstream rows(csv_text);
+  std::string line;
+  std::size_t k = 0;
+  const json& couplings = ensemble.at("couplings");
+  while (std::getline(rows, line)) {
+    std::vector<std::string> f = csv_fields(line);
+    if (!file_column.empty()) {
+      if (f[0] != file_column) continue;
+      f.erase(f.begin());
+    }
+    if (f[0] != "ensemble") continue;
+    ASSERT_EQ(f.size(), 12u) << line;
+    ASSERT_LT(k, couplings.size());
+    const json& c = couplings[k++];
+    EXPECT_EQ(f[1], c["chain"].get<std::string>());
+    EXPECT_EQ(std::stoi(f[2]), c["residue"].get<int>());
+    EXPECT_EQ(f[3], c["icode"].get<std::string>());
+    EXPECT_EQ(f[4], c["resname"].get<std::string>());
+    EXPECT_EQ(f[5], c["type"].get<std::string>());
+    EXPECT_EQ(f[6], c["atom1"].get<std::string>());
+    EXPECT_EQ(f[7], c["atom2"].get<std::string>());
+    EXPECT_EQ(std::stod(f[8]), c["predicted_hz_mean"].get<double>()) << line;
+    EXPECT_EQ(std::stod(f[9]), c["predicted_hz_sd"].get<double>()) << line;
+    EXPECT_EQ(std::stod(f[10]), c["predicted_hz_se"].get<double>()) << line;
+    EXPECT_EQ(std::stoi(f[11]), c["models"].get<int>()) << line;
+  }
+  EXPECT_EQ(k, couplings.size());
+}
+
+TEST(PredictCommand, CsvEnsembleRowsAreTheJsonEnsemble) {
+  const std::string fast = "--sampling 4,8,8 ";
+  const std::string four = quoted(data_path("structures/ubq_1d3z_models1-4.pdb"));
+  const json doc = predict_json(fast + four);
+  const RunResult csv = run_vorn("predict -q --format csv " + fast + four);
+  ASSERT_EQ(csv.status, 0);
+  expect_csv_ensemble_is_json(csv.out, doc.at("ensemble"), "");
+  // The ensemble rows come last, after every model's rows.
+  const std::size_t first_ensemble = csv.out.find("\nensemble,");
+  ASSERT_NE(first_ensemble, std::string::npos);
+  EXPECT_EQ(csv.out.find("\n4,", first_ensemble), std::string::npos);
+
+  // Several files: the rows of each file's ensemble after its models, with
+  // the file column; a file of one model has none.
+  const std::string tmp_four = temp_path("four.pdb");
+  std::filesystem::copy_file(data_path("structures/ubq_1d3z_models1-4.pdb"), tmp_four,
+                             std::filesystem::copy_options::overwrite_existing);
+  const RunResult both =
+      run_vorn("predict -q --format csv " + fast + quoted(tmp_four) + " " + kUbq);
+  ASSERT_EQ(both.status, 0);
+  expect_csv_ensemble_is_json(both.out, doc.at("ensemble"), tmp_four);
+  EXPECT_EQ(both.out.find(kUbq.substr(1, kUbq.size() - 2) + ",ensemble,"), std::string::npos);
+  const RunResult one = run_vorn("predict -q --format csv " + fast + kUbq);
+  EXPECT_EQ(one.out.find("ensemble"), std::string::npos);
+  std::filesystem::remove(tmp_four);
+}
+
+TEST(PredictCommand, TextEnsembleShowsTheJsonStandardErrors) {
+  const std::string fast = "--sampling 4,8,8 ";
+  const std::string four = quoted(data_path("structures/ubq_1d3z_models1-4.pdb"));
+  const json e = predict_json(fast + four).at("ensemble");
+  const RunResult text = run_vorn("predict -q " + fast + four);
+  ASSERT_EQ(text.status, 0);
+  char line[256];
+  std::snprintf(
+      line, sizeof line,
+      "standard error of the mean (block averaging): Da %.3f Hz (%.1f effective models)   "
+      "R %.4f\n",
+      e.at("da_hz_se").get<double>(), e.at("effective_samples").get<double>(),
+      e.at("rhombicity_se").get<double>());
+  EXPECT_NE(text.out.find(line), std::string::npos) << line;
+  // Each coupling's row ends with its mean, sd and standard error.
+  const std::size_t table = text.out.find("mean (Hz)");
+  ASSERT_NE(table, std::string::npos);
+  std::istringstream rows(text.out.substr(text.out.find('\n', table) + 1));
+  std::string row;
+  for (const json& c : e.at("couplings")) {
+    ASSERT_TRUE(std::getline(rows, row));
+    std::snprintf(line, sizeof line, " %10.2f %8.2f %8.3f", c.at("predicted_hz_mean").get<double>(),
+                  c.at("predicted_hz_sd").get<double>(), c.at("predicted_hz_se").get<double>());
+    EXPECT_TRUE(row.ends_with(line)) << row << " | " << line;
+  }
 }
 
 TEST(PredictCommand, HydrogensOfAnXrayStructure) {

@@ -15,8 +15,8 @@
 #   the message with file and line on standard error, and the output of
 #   vorn predict (JSON closed with its "error" member); a missing file; a
 #   PQR file that does not fit the structure.
-# cli: --help, --version, misuse and the warning about charges without a
-#   charged medium, each printed once.
+# cli: --help, --version, misuse, the refusal of --until-converged and the
+#   warning about charges without a charged medium, each printed once.
 set -u
 
 mode=$1
@@ -320,6 +320,17 @@ cli() {
     pass "predict --help: once, status 0"
   else
     fail "predict --help: status $status"
+  fi
+  # --until-converged needs the models in order: refused, once, before any output.
+  status=0
+  run_mpi 3 predict --until-converged 0.5 "$data/1d3z.cif" > "$work/got.out" 2> "$work/got.err" ||
+    status=$?
+  if [ "$status" -eq 2 ] && [ ! -s "$work/got.out" ] &&
+    [ "$(grep -c '^vorn-mpi: --until-converged is not supported across processes; use vorn$' "$work/got.err")" -eq 1 ]; then
+    pass "--until-converged: refused once, status 2, no output"
+  else
+    fail "--until-converged: status $status"
+    sed 's/^/  stderr: /' "$work/got.err"
   fi
   for args in "predict --format yaml $data/1d3z.cif" "predict" "frobnicate" ""; do
     status=0
