@@ -38,7 +38,7 @@ void PredictPictures::add(const app::ModelPrediction& model) {
       const auto [it, added] = coupling_index_.try_emplace(name, coupling_names_.size());
       if (added) {
         coupling_names_.push_back(name);
-        coupling_places_.push_back({s.type, s.residue_number});
+        coupling_places_.push_back({s.chain, s.type, s.residue_number});
         coupling_values_.emplace_back();
       }
       coupling_values_[it->second].push_back(static_cast<float>(c.predicted_hz));
@@ -97,19 +97,26 @@ void PredictPictures::end_file(std::size_t index, const std::string& file) {
 }
 
 void PredictPictures::write_sequence(const std::string& path, const std::string& name) const {
-  // A panel per type, in the order the types first appear; each coupling's
-  // mean over the models that have it, with its block-averaging standard
-  // error where there are several.
+  // A panel per type (per chain and type with several chains, as the fit's
+  // plot), in the order they first appear; each coupling's mean over the
+  // models that have it, with its block-averaging standard error where
+  // there are several.
   std::vector<SequencePanel> panels;
   std::map<std::string, std::size_t> panel_of;
   std::size_t most_models = 0;
+  const bool several_chains =
+      std::any_of(coupling_places_.begin(), coupling_places_.end(),
+                  [&](const CouplingPlace& p) { return p.chain != coupling_places_[0].chain; });
   for (std::size_t i = 0; i < coupling_values_.size(); ++i) {
     if (!sequence_types_.empty() && std::find(sequence_types_.begin(), sequence_types_.end(),
                                               coupling_places_[i].type) == sequence_types_.end()) {
       continue;
     }
-    const auto [it, added] = panel_of.try_emplace(coupling_places_[i].type, panels.size());
-    if (added) panels.push_back({coupling_places_[i].type, {}, {}, {}, {}, {}});
+    const CouplingPlace& place = coupling_places_[i];
+    const std::string label =
+        several_chains ? (place.chain.empty() ? "-" : place.chain) + ": " + place.type : place.type;
+    const auto [it, added] = panel_of.try_emplace(label, panels.size());
+    if (added) panels.push_back({label, {}, {}, {}, {}, {}});
     SequencePanel& panel = panels[it->second];
     BlockAverage block;
     for (float v : coupling_values_[i]) block.add(v);

@@ -29,6 +29,7 @@ class PredictPictures {
  private:
   // A coupling's type and residue, for the sequence plot.
   struct CouplingPlace {
+    std::string chain;
     std::string type;
     int residue = 0;
   };

@@ -602,6 +602,46 @@ TEST_F(PictureCommand, OnePredictedModelAlongTheSequenceHasNoBars) {
             1);
 }
 
+TEST_F(PictureCommand, PredictedCouplingsOfSeveralChainsHaveAPanelEach) {
+  // Model 1 of the ubiquitin bundle as chain A and, 60 A along x, as chain B.
+  const std::string dimer = file("dimer.pdb");
+  {
+    std::ifstream in(kPdb10);
+    std::vector<std::string> atoms;
+    for (std::string line; std::getline(in, line) && line.rfind("ENDMDL", 0) != 0;)
+      if (line.rfind("ATOM  ", 0) == 0) atoms.push_back(line);
+    ASSERT_FALSE(atoms.empty());
+    std::ofstream out(dimer);
+    for (const char chain : {'A', 'B'}) {
+      for (std::string line : atoms) {
+        line[21] = chain;
+        if (chain == 'B') {
+          char field[16];
+          std::snprintf(field, sizeof field, "%8.3f", std::stod(line.substr(30, 8)) + 60.0);
+          line.replace(30, 8, field);
+        }
+        out << line << "\n";
+      }
+    }
+  }
+  const std::string svg = file("chains.svg");
+  const json doc = run_json("predict -q --sampling 4,8,8 --plot-sequence " + quoted(svg) +
+                            " --plot-types N-H " + quoted(dimer));
+  std::map<std::string, int> per_chain;
+  for (const json& c : doc.at("models").at(0).at("couplings"))
+    if (c.at("type") == "N-H") ++per_chain[c.at("chain").get<std::string>()];
+  ASSERT_EQ(per_chain.size(), 2u);
+  const std::string text = test::read_text_file(svg);
+  const std::vector<std::string> texts = test::svg_texts(text);
+  int total = 0;
+  for (const auto& [chain, n] : per_chain) {
+    EXPECT_EQ(std::count(texts.begin(), texts.end(), chain + ": N-H (Hz)"), 1) << chain;
+    total += n;
+  }
+  EXPECT_EQ(test::filled_shapes(test::svg_polylines(text), kBlack, 16).size(),
+            static_cast<std::size_t>(total));
+}
+
 TEST_F(PictureCommand, APictureFileOfNoFormatFailsBeforeAnyOutput) {
   const std::string out = file("out.json");
   for (const std::string& args :
