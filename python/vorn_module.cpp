@@ -288,6 +288,20 @@ using vorn::python::selection_settings;
 using vorn::python::Structure;
 using vorn::python::StructurePtr;
 
+// A trajectory (and its frames) whose frames are the models of the topology
+// read, as `vorn predict TOPOLOGY TRAJECTORY --frames ...`.
+void read_trajectory(const py::object& trajectory, const std::optional<std::string>& frames,
+                     vorn::io::ReadOptions& read) {
+  if (!trajectory.is_none()) {
+    read.trajectory = path_text(trajectory);
+    require_readable(read.trajectory);
+  }
+  if (frames) {
+    if (read.trajectory.empty()) throw py::value_error("frames needs a trajectory");
+    vorn::io::parse_frame_range(*frames, read);
+  }
+}
+
 std::vector<StructurePtr> read_structure(
     const py::object& path_object, const py::object& models, const std::string& select,
     const std::optional<std::string>& exclude, bool keep_hydrogens, const py::object& chains,
@@ -300,14 +314,7 @@ std::vector<StructurePtr> read_structure(
   vorn::io::ReadOptions read = read_options(models, exclude, true, chains, altloc, hetatm);
   const std::optional<vorn::io::Format> input_format = parse_input_format(format);
   require_readable(path);
-  if (!trajectory.is_none()) {
-    read.trajectory = path_text(trajectory);
-    require_readable(read.trajectory);
-  }
-  if (frames) {
-    if (read.trajectory.empty()) throw py::value_error("frames needs a trajectory");
-    vorn::io::parse_frame_range(*frames, read);
-  }
+  read_trajectory(trajectory, frames, read);
   const vorn::app::PredictSettings settings = selection_settings(selection, keep_hydrogens);
 
   std::vector<StructurePtr> result;
@@ -896,7 +903,8 @@ std::vector<FitResult> fit(
     const py::object& sampling, const std::optional<int>& threads,
     const std::optional<double>& charge_density, double ionic_strength, double ph,
     double temperature, const std::optional<std::string>& potential,
-    const std::optional<double>& obstacle_radius, const py::object& charges, bool add_hydrogens) {
+    const std::optional<double>& obstacle_radius, const py::object& charges, bool add_hydrogens,
+    const py::object& trajectory, const std::optional<std::string>& frames) {
   vorn::app::FitSettings s;
   s.structure = path_text(structure_path);
   s.couplings = path_text(couplings_path);
@@ -948,6 +956,7 @@ std::vector<FitResult> fit(
   common = predict_settings(medium_arguments, concentration, molar_ratio, obstacle_dimension,
                             atom_radius, grid_spacing, order_parameter, sampling, threads);
   common.read = read_options(models, exclude, keep_hydrogens, chains, altloc, hetatm);
+  read_trajectory(trajectory, frames, common.read);
   common.input_format = parse_input_format(format);
   common.selection = parse_selection(select);
   common.add_hydrogens = add_hydrogens;
@@ -1396,12 +1405,15 @@ missing or unreadable file.
         "ionic_strength"_a = charge_defaults.ionic_strength,
         "ph"_a = vorn::app::PredictSettings{}.ph, "temperature"_a = charge_defaults.temperature,
         "potential"_a = py::none(), "obstacle_radius"_a = py::none(), "charges"_a = py::none(),
-        "add_hydrogens"_a = false,
+        "add_hydrogens"_a = false, "trajectory"_a = py::none(), "frames"_a = py::none(),
         R"doc(Fit the alignment tensor to measured couplings, as `vorn fit` does (the same
 code path), and return one FitResult per coupling set (per model and set
 with mode="per-model").
 
 structure, couplings  file names (str or os.PathLike)
+trajectory, frames    a DCD, XTC or TRR file whose frames are the models of
+                the topology `structure` (`vorn fit TOPOLOGY TRAJECTORY
+                COUPLINGS`), and "first:last[:step]" of its frames
 errors          None, "montecarlo" or "bootstrap": error bars from `samples`
                 perturbed data sets, deterministic for a `seed`
 set             fit only this set (X-PLOR tensor residue)

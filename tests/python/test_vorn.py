@@ -173,6 +173,27 @@ def test_structure_tables(ubq_models):
     assert [m.model for m in vorn.read_structure(os.fspath(CIF).encode(), models=(7,))] == [7]
 
 
+def test_fit_of_trajectory_frames_is_the_fit_of_the_models():
+    """vorn.fit on TRR frames with a .gro topology: the same tensors as on
+    the PDB models the frames were written from (vorn fit TOPOLOGY
+    TRAJECTORY COUPLINGS)."""
+    models = DATA / "structures" / "ubq_1d3z_models1-4.pdb"
+    trajectories = DATA / "trajectories"
+    topology = trajectories / "ubq_1d3z_m1.gro"
+    trr = trajectories / "ubq_1d3z_models1-4.trr"
+    [ensemble] = vorn.fit(topology, DC, trajectory=trr, mode="ensemble")
+    [expected] = vorn.fit(models, DC, mode="ensemble")
+    assert ensemble.models == [1, 2, 3, 4] and ensemble.n == expected.n
+    assert ensemble.tensor.saupe.tolist() == expected.tensor.saupe.tolist()
+    per_model = vorn.fit(topology, DC, trajectory=trr, frames="2:3", mode="per-model")
+    expected = vorn.fit(models, DC, models="2,3", mode="per-model")
+    assert [r.models for r in per_model] == [[2], [3]]
+    for got, want in zip(per_model, expected):
+        assert got.tensor.saupe.tolist() == want.tensor.saupe.tolist()
+    with pytest.raises(ValueError, match="frames needs a trajectory"):
+        vorn.fit(models, DC, frames="1:2")
+
+
 def test_trajectory_frames_are_models():
     """TRR frames through a .gro topology: the PDB models' atoms and
     coordinates (float32 nm taken at the PDB's 0.001 A)."""
