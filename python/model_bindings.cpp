@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "app/predict_command.hpp"
+#include "arguments.hpp"
 #include "structure.hpp"
 #include "vorn/structure.hpp"
 #include "vorn/tensor.hpp"
@@ -25,13 +26,6 @@ using namespace pybind11::literals;
 namespace vorn::python {
 
 namespace {
-
-std::string shape_text(const py::array& a) {
-  std::string text = "(";
-  for (py::ssize_t k = 0; k < a.ndim(); ++k)
-    text += (k > 0 ? ", " : "") + std::to_string(a.shape(k));
-  return text + (a.ndim() == 1 ? ",)" : ")");
-}
 
 // A single-precision coordinate as the trajectory reader of `vorn predict`
 // takes a frame's coordinate: written with three decimals (the PDB's
