@@ -540,9 +540,10 @@ file order, in the same order as all_coordinates.
       .def_readonly("file", &Structure::file,
                     "Path of the file read; for Structure.from_atoms the name given (an atom "
                     "group's file, else its type's name).")
-      .def_readonly("format", &Structure::format,
-                    "'PDB' or 'mmCIF'; 'DCD', 'XTC' or 'TRR' for a trajectory's frames; '' for a "
-                    "Structure built from atom tables.")
+      .def_readonly(
+          "format", &Structure::format,
+          "'PDB', 'mmCIF' or 'GRO'; 'DCD', 'XTC' or 'TRR' for a trajectory's frames; '' for a "
+          "Structure built from atom tables.")
       .def_property_readonly(
           "select", [](const Structure& s) { return vorn::app::selection_name(s.selection); },
           "Selection of the steric model: 'surface', 'heavy' or 'all'.")

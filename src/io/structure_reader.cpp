@@ -22,6 +22,33 @@
 namespace vorn::io {
 namespace {
 
+// The coordinates of a .gro file read as a structure: one frame of its own
+// topology.
+class GroCoordinates : public TrajectoryReader {
+ public:
+  explicit GroCoordinates(const GroFile& gro) {
+    for (const GroAtom& a : gro.atoms) positions_.push_back(a.position);
+  }
+  int atoms() const override { return static_cast<int>(positions_.size()); }
+  long frame() const override { return frame_; }
+  bool next(std::vector<Vec3>& positions) override {
+    if (frame_ > 0) return false;
+    positions = positions_;
+    frame_ = 1;
+    return true;
+  }
+  bool skip() override {
+    if (frame_ > 0) return false;
+    frame_ = 1;
+    return true;
+  }
+  std::string format_name() const override { return "GRO"; }
+
+ private:
+  std::vector<Vec3> positions_;
+  long frame_ = 0;
+};
+
 // Characters of a PDB line that are kept; gemmi looks at the first 120.
 constexpr size_t kLineLimit = 128;
 
@@ -432,10 +459,14 @@ struct StructureReader::Impl {
 
   void open_trajectory() {
     if (!options.models.empty()) {
-      throw InputError(path + ": models cannot be selected with a trajectory (frames can)");
+      throw InputError(path + (options.trajectory.empty()
+                                   ? ": a .gro file is one model: models cannot be selected"
+                                   : ": models cannot be selected with a trajectory (frames can)"));
     }
     if (gro_topology) {
       const GroFile gro = read_gro(path);
+      // A .gro file alone is a structure: its own coordinates, one model.
+      if (options.trajectory.empty()) trajectory = std::make_unique<GroCoordinates>(gro);
       for (size_t i = 0; i < gro.atoms.size(); ++i) {
         const GroAtom& g = gro.atoms[i];
         RecordAtom a;
@@ -473,7 +504,7 @@ struct StructureReader::Impl {
       }
       begin = end + 1;
     }
-    trajectory = vorn::io::open_trajectory(options.trajectory);
+    if (!trajectory) trajectory = vorn::io::open_trajectory(options.trajectory);
     if (static_cast<size_t>(trajectory->atoms()) != atom_records.size()) {
       throw InputError(options.trajectory + ": " + std::to_string(trajectory->atoms()) +
                        " atoms, but the topology " + path + " has " +
@@ -518,9 +549,9 @@ struct StructureReader::Impl {
       const Vec3& p = model.frame[i];
       for (const double v : {p.x, p.y, p.z}) {
         if (!(v > -999.9995 && v < 9999.9995)) {
-          throw InputError(options.trajectory + ": frame " + std::to_string(model.number) +
-                           ": coordinate " + std::to_string(v) + " of atom " +
-                           std::to_string(i + 1) + " outside the PDB range");
+          throw InputError((options.trajectory.empty() ? path : options.trajectory) + ": frame " +
+                           std::to_string(model.number) + ": coordinate " + std::to_string(v) +
+                           " of atom " + std::to_string(i + 1) + " outside the PDB range");
         }
       }
       char* field = model.records.data() + atom_records[i] + 30;
@@ -631,14 +662,15 @@ StructureReader::StructureReader(const std::string& path, ReadOptions options,
   rules.chains = split_chain_list(d.options.chains);
   rules.exclude = d.options.exclude;
   d.converter.emplace(path, std::move(rules));
-  // A .gro topology of a trajectory becomes PDB records.
-  d.gro_topology = !d.options.trajectory.empty() && !format && is_gro_file(path);
+  // A .gro file becomes PDB records: a trajectory's topology, or alone a
+  // structure of one model (its own coordinates as the one frame).
+  d.gro_topology = !format && is_gro_file(path);
   if (d.gro_topology) format = Format::Pdb;
   if (!format) format = format_from_content(path);
   if (!format) format = format_from_extension(path);
   if (!format) throw InputError(path + ": unknown format (neither PDB nor mmCIF)");
   d.format = *format;
-  if (!d.options.trajectory.empty()) {
+  if (!d.options.trajectory.empty() || d.gro_topology) {
     d.open_trajectory();
   } else if (d.format == Format::Pdb) {
     d.open_pdb();

@@ -466,7 +466,8 @@ int run_cli(int argc, char** argv, const CommandRunners& runners, const FrontEnd
       "predict", "Predict the alignment tensor and backbone couplings of every model");
   predict
       ->add_option("STRUCTURE", predict_settings.files,
-                   "PDB or mmCIF file(s), optionally gzipped; or a topology (PDB, mmCIF or .gro) "
+                   "PDB, mmCIF or .gro file(s), PDB and mmCIF optionally gzipped; or a topology "
+                   "(PDB, mmCIF or .gro) "
                    "and its trajectory (.dcd, .xtc or .trr)")
       ->required()
       ->type_name("FILE");

@@ -173,6 +173,20 @@ def test_structure_tables(ubq_models):
     assert [m.model for m in vorn.read_structure(os.fspath(CIF).encode(), models=(7,))] == [7]
 
 
+def test_gro_file_alone_is_one_model():
+    """A .gro file read as a structure: one model, its own coordinates
+    (nm with three decimals, times ten)."""
+    gro = DATA / "trajectories" / "ubq_1d3z_m1.gro"
+    [model] = vorn.read_structure(gro, select="all")
+    assert model.format == "GRO" and model.model == 1
+    lines = gro.read_text().splitlines()
+    count = int(lines[1])
+    expected = np.array([[float(line[20 + 8 * k:28 + 8 * k]) * 10 for k in range(3)]
+                         for line in lines[2:2 + count]])
+    assert model.names == [line[10:15].strip() for line in lines[2:2 + count]]
+    assert np.abs(model.all_coordinates - expected).max() < 1e-9
+
+
 def test_fit_of_trajectory_frames_is_the_fit_of_the_models():
     """vorn.fit on TRR frames with a .gro topology: the same tensors as on
     the PDB models the frames were written from (vorn fit TOPOLOGY
