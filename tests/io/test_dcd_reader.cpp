@@ -13,6 +13,7 @@
 
 #include "io/dcd_reader.hpp"
 #include "io/structure_reader.hpp"
+#include "pdb_coordinates.hpp"
 
 namespace {
 
@@ -27,27 +28,9 @@ const std::string kPdb = kData + "/structures/ubq_1d3z_models1-4.pdb";
 const std::string kDcd = kData + "/trajectories/ubq_1d3z_models1-4.dcd";
 const std::string kDcdBig = kData + "/trajectories/ubq_1d3z_models1-4_be.dcd";
 
-// The coordinates of every model of the PDB file, read here from its
-// free-format records (the last three fields).
-std::vector<std::vector<Vec3>> pdb_models() {
-  std::ifstream in(kPdb);
-  std::vector<std::vector<Vec3>> models;
-  for (std::string line; std::getline(in, line);) {
-    if (line.rfind("MODEL", 0) == 0) models.emplace_back();
-    if (line.rfind("ATOM", 0) != 0 && line.rfind("HETATM", 0) != 0) continue;
-    std::istringstream fields(line);
-    std::vector<std::string> t;
-    for (std::string f; fields >> f;) t.push_back(f);
-    const std::size_t n = t.size();
-    models.back().push_back({std::stod(t[n - 3]), std::stod(t[n - 2]), std::stod(t[n - 1])});
-  }
-  return models;
-}
+std::vector<std::vector<Vec3>> pdb_models() { return vorn::test::pdb_model_coordinates(kPdb); }
 
-std::string file_bytes(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
+using vorn::test::file_bytes;
 
 std::string write_temp(const std::string& name, const std::string& bytes) {
   const std::string path = (std::filesystem::temp_directory_path() / name).string();

@@ -14,6 +14,7 @@
 #include <string>
 
 #include "io/coupling_reader.hpp"
+#include "run_command.hpp"
 
 namespace vorn {
 namespace {
@@ -28,10 +29,7 @@ const std::string kXplor = kData + "/raw/2mjb_mr_rdc_section.mr";
 // A coarse orientation sampling: the test is about the files, not the tensor.
 const std::string kSampling = " -q --sampling 3,6,6 ";
 
-struct RunResult {
-  std::string out, err;
-  int status = -1;
-};
+using RunResult = test::CommandResult;
 
 std::string temp_path(const std::string& name) {
   return (fs::temp_directory_path() /
@@ -39,27 +37,8 @@ std::string temp_path(const std::string& name) {
       .string();
 }
 
-std::string read_file(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
 RunResult run_vorn(const std::string& args) {
-  const std::string err_file = temp_path("stderr.txt");
-  RunResult r;
-  FILE* pipe =
-      popen((std::string(VORN_BINARY) + " " + args + " 2>'" + err_file + "'").c_str(), "r");
-  if (pipe == nullptr) return r;
-  char buffer[65536];
-  std::size_t n = 0;
-  while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) r.out.append(buffer, n);
-  const int raw = pclose(pipe);
-  r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  r.err = read_file(err_file);
-  fs::remove(err_file);
-  return r;
+  return test::run_command(std::string(VORN_BINARY) + " " + args, temp_path("stderr.txt"));
 }
 
 // Runs vorn writing to a file and reads that file back as couplings.

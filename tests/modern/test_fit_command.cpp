@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "capture.hpp"
+#include "run_command.hpp"
 
 namespace vorn {
 namespace {
@@ -36,11 +37,7 @@ using Elements = std::array<Real, 5>;
 // ---------------------------------------------------------------------------
 // Running the program.
 
-struct RunResult {
-  std::string out;
-  std::string err;
-  int status = -1;
-};
+using RunResult = test::CommandResult;
 
 std::string quoted(const std::string& path) { return "'" + path + "'"; }
 
@@ -58,18 +55,7 @@ std::string read_file(const std::string& path) {
 
 // Runs `command` through the shell; stdout captured, stderr into a file.
 RunResult run_shell(const std::string& command) {
-  const std::string err_file = temp_path("stderr.txt");
-  RunResult r;
-  FILE* pipe = popen((command + " 2>" + quoted(err_file)).c_str(), "r");
-  if (pipe == nullptr) return r;
-  char buffer[65536];
-  size_t n = 0;
-  while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) r.out.append(buffer, n);
-  const int raw = pclose(pipe);
-  r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  r.err = read_file(err_file);
-  fs::remove(err_file);
-  return r;
+  return test::run_command(command, temp_path("stderr.txt"));
 }
 
 RunResult run_vorn(const std::string& args) {

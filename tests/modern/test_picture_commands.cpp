@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "capture.hpp"
+#include "run_command.hpp"
 #include "svg_shapes.hpp"
 #include "temp_dir_test.hpp"
 #include "tensor_script_reader.hpp"
@@ -48,10 +49,7 @@ const std::string kBlack = "#000000";
 const std::string kBlue = "#0072B2";
 const std::string kVermillion = "#D55E00";
 
-struct RunResult {
-  std::string out, err;
-  int status = -1;
-};
+using RunResult = test::CommandResult;
 
 std::string quoted(const std::string& path) { return "'" + path + "'"; }
 
@@ -61,18 +59,7 @@ class PictureCommand : public test::TempDirTest {
   PictureCommand() : TempDirTest("vorn_pictures_") {}
 
   RunResult run_vorn(const std::string& args) const {
-    const std::string err_file = file("stderr.txt");
-    RunResult r;
-    FILE* pipe =
-        popen((std::string(VORN_BINARY) + " " + args + " 2>" + quoted(err_file)).c_str(), "r");
-    if (pipe == nullptr) return r;
-    char buffer[65536];
-    std::size_t n = 0;
-    while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) r.out.append(buffer, n);
-    const int raw = pclose(pipe);
-    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    r.err = test::read_text_file(err_file);
-    return r;
+    return test::run_command(std::string(VORN_BINARY) + " " + args, file("stderr.txt"));
   }
 
   json run_json(const std::string& args) const {

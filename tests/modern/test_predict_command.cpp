@@ -22,6 +22,7 @@
 #include "classic/limits.hpp"
 #include "classic/pdb_reader.hpp"
 #include "classic/selection.hpp"
+#include "run_command.hpp"
 #include "vorn/charges.hpp"
 #include "vorn/classic.hpp"
 #include "vorn/predict.hpp"
@@ -34,22 +35,11 @@ namespace {
 using json = nlohmann::json;
 using test::data_path;
 
-struct RunResult {
-  std::string out;
-  int status = -1;
-};
+using RunResult = test::CommandResult;
 
 // Runs vorn with the arguments (a shell word list) and captures stdout.
 RunResult run_vorn(const std::string& args) {
-  const std::string command = std::string(VORN_BINARY) + " " + args + " 2>/dev/null";
-  RunResult r;
-  FILE* pipe = popen(command.c_str(), "r");
-  char buffer[65536];
-  size_t n = 0;
-  while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) r.out.append(buffer, n);
-  const int raw = pclose(pipe);
-  r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  return r;
+  return test::run_command(std::string(VORN_BINARY) + " " + args);
 }
 
 json predict_json(const std::string& args) {

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "capture.hpp"
+#include "run_command.hpp"
 
 namespace vorn {
 namespace {
@@ -24,21 +25,10 @@ namespace {
 using json = nlohmann::json;
 using test::data_path;
 
-struct RunResult {
-  std::string out;
-  int status = -1;
-};
+using RunResult = test::CommandResult;
 
 RunResult run_vorn(const std::string& args) {
-  const std::string command = std::string(VORN_BINARY) + " " + args + " 2>/dev/null";
-  RunResult r;
-  FILE* pipe = popen(command.c_str(), "r");
-  char buffer[65536];
-  size_t n = 0;
-  while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) r.out.append(buffer, n);
-  const int raw = pclose(pipe);
-  r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  return r;
+  return test::run_command(std::string(VORN_BINARY) + " " + args);
 }
 
 json predict_json(const std::string& args) {
